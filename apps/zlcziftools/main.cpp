@@ -1,0 +1,3 @@
+#include "ziftools.h"
+
+int main(int argc, char **argv) { return ZifToolsMain(argc, argv); }
