@@ -279,3 +279,15 @@ TEST(Layouts, TableIsConsistent) {
    EXPECT_EQ(std::adjacent_find(nodes.begin(), nodes.end()), nodes.end()) << "node with two layouts";
    EXPECT_NE(zif::findLayout("hardware_chipset_rtc"), nullptr);
 }
+
+// The example in the format documentation stays valid.
+TEST(Docs, ExamplePacks) {
+   std::ifstream in(DOCS_FORMAT_PATH);
+   std::string doc{std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>()};
+   size_t begin = doc.find("```json\n");
+   ASSERT_NE(begin, std::string::npos);
+   begin += 8;
+   size_t end = doc.find("```", begin);
+   ASSERT_NE(end, std::string::npos);
+   EXPECT_NO_THROW(zif::packJson(doc.substr(begin, end - begin)));
+}
