@@ -77,6 +77,6 @@ int main(int argc, char **argv) {
    generate(gLarge, size_t{64} << 20);
    benchmark::RunSpecifiedBenchmarks();
    benchmark::Shutdown();
-   std::filesystem::remove_all(gDir);
+   if (!std::getenv("ZIF_BENCH_KEEP")) std::filesystem::remove_all(gDir);
    return 0;
 }

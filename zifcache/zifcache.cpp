@@ -62,7 +62,7 @@ bool openSnapshot(const std::string &path, zif::MappedFile &file, zif::Reader &r
       return false;
    }
    zif::Problem problem;
-   if (reader.open(file.bytes(), &problem) != ZLC_OK) {
+   if (reader.open(file, &problem) != ZLC_OK) {
       std::cerr << "zifcache " << verb << ": " << path << ": " << problem.message << " (offset " << problem.offset
                 << "): " << ZLC_ReturnStatusToString(problem.status) << "\n";
       return false;
@@ -97,7 +97,7 @@ int check(const std::string &path) {
    size_t counts[7] = {};
    for (size_t i = 0; i < reader.size(); i++) counts[static_cast<size_t>(reader.entry(i).kind)]++;
    std::printf("%s: ok, %zu bytes: %zu lists, %zu records, %zu data, %zu devinfo, %zu sets; signed %s",
-               path.c_str(), file.bytes().size(), counts[1], counts[2], counts[3], counts[4], counts[5] + counts[6],
+               path.c_str(), static_cast<size_t>(file.size()), counts[1], counts[2], counts[3], counts[4], counts[5] + counts[6],
                reader.signature().date.c_str());
    const zif::Meta &meta = reader.meta();
    if (meta.present) {

@@ -9,7 +9,7 @@ namespace zif {
 ZLC_ReturnStatus SnapshotBackend::load(const std::string &path) {
    path_ = path;
    ZLC_ReturnStatus s = file_.open(path);
-   if (s == ZLC_OK) s = reader_.open(file_.bytes());
+   if (s == ZLC_OK) s = reader_.open(file_);
    if (s != ZLC_OK) {
       reader_ = Reader();
       file_.close();

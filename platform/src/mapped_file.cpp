@@ -1,5 +1,6 @@
 #include "mapped_file.h"
 
+#include <algorithm>
 #include <cerrno>
 #include <cstring>
 #include <system_error>
@@ -15,10 +16,10 @@ namespace zif {
 MappedFile::~MappedFile() { close(); }
 
 void MappedFile::close() {
-   if (base_ && size_) {
-      munmap(base_, size_);
-   }
-   base_ = nullptr;
+   for (const Mapping &m : mappings_) munmap(m.base, m.length);
+   mappings_.clear();
+   if (fd_ >= 0) ::close(fd_);
+   fd_ = -1;
    size_ = 0;
 }
 
@@ -35,18 +36,44 @@ ZLC_ReturnStatus MappedFile::open(const std::string &path, std::string *error) {
       ::close(fd);
       return ZLC_SNAP_CANNOT_OPEN;
    }
-   if (st.st_size > 0) {
-      void *p = mmap(nullptr, static_cast<size_t>(st.st_size), PROT_READ, MAP_PRIVATE, fd, 0);
-      if (p == MAP_FAILED) {
-         if (error) *error = std::strerror(errno);
-         ::close(fd);
-         return ZLC_SNAP_CANNOT_OPEN;
-      }
-      base_ = p;
-      size_ = static_cast<size_t>(st.st_size);
+   fd_ = fd;
+   size_ = static_cast<uint64_t>(st.st_size);
+   if (size_ > 0 && size_ <= kWholeLimit && !mapRange(0, size_)) {
+      if (error) *error = std::strerror(errno);
+      close();
+      return ZLC_SNAP_CANNOT_OPEN;
    }
-   ::close(fd);
    return ZLC_OK;
+}
+
+std::optional<std::span<const uint8_t>> MappedFile::mapRange(uint64_t offset, uint64_t length) {
+   void *p = mmap(nullptr, length, PROT_READ, MAP_PRIVATE, fd_, static_cast<off_t>(offset));
+   if (p == MAP_FAILED) return std::nullopt;
+   mappings_.push_back({offset, length, p});
+   return std::span<const uint8_t>(static_cast<const uint8_t *>(p), length);
+}
+
+std::optional<std::span<const uint8_t>> MappedFile::view(uint64_t offset, uint64_t length) {
+   if (offset > size_ || length > size_ - offset) return std::nullopt;
+   if (length == 0) return std::span<const uint8_t>();
+   for (const Mapping &m : mappings_) {
+      if (offset >= m.offset && offset + length <= m.offset + m.length) {
+         return std::span<const uint8_t>(static_cast<const uint8_t *>(m.base) + (offset - m.offset), length);
+      }
+   }
+   // Map just the pages asked for: on some hosts the cost of a mapping grows
+   // with the pages it spans. After many mappings, map wide windows instead
+   // so that a walk over a whole file stays within the process's map limit.
+   uint64_t start = offset / 4096 * 4096;
+   uint64_t end = (offset + length + 4095) / 4096 * 4096;
+   if (mappings_.size() >= kMaxSmallMappings) {
+      start = offset / kWindow * kWindow;
+      end = std::max(start + 2 * kWindow, end);
+   }
+   end = std::min(end, size_);
+   auto window = mapRange(start, end - start);
+   if (!window) return std::nullopt;
+   return window->subspan(offset - start, length);
 }
 
 namespace {

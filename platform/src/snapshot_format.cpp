@@ -84,7 +84,7 @@ public:
       return true;
    }
    bool text(std::string_view &s) {
-      uint32_t n;
+      uint32_t n = 0;
       if (!u32(n) || left() < n) return false;
       s = asText(bytes_.subspan(pos_, n));
       pos_ += n;
@@ -156,7 +156,7 @@ bool decodeKeys(std::span<const uint8_t> bytes, Keys &out) {
       uint8_t type = bytes[pos++];
       Cursor c(bytes.subspan(pos));
       if (type == static_cast<uint8_t>(KeyType::Int)) {
-         uint64_t v;
+         uint64_t v = 0;
          if (!c.u64(v)) return false;
          out.push_back(Key::ofInt(static_cast<int64_t>(v)));
       } else if (type == static_cast<uint8_t>(KeyType::Text)) {
@@ -276,8 +276,8 @@ void writeRaw(const Signature &signature, const SimulatorSettings &simulator, co
       {namesSec.size(), hashOf(asBytes(namesSec))},
       {indexSec.size(), hashOf(asBytes(indexSec))},
       {keysSec.size(), hashOf(asBytes(keysSec))},
-      {dataSize, dataHash},
       {metaSec.size(), hashOf(asBytes(metaSec))},
+      {dataSize, dataHash},
    };
    uint64_t offset = kHeaderSize;
    for (size_t i = 0; i < kSectionCount; i++) {
@@ -294,8 +294,8 @@ void writeRaw(const Signature &signature, const SimulatorSettings &simulator, co
    sink.write(asBytes(namesSec));
    sink.write(asBytes(indexSec));
    sink.write(asBytes(keysSec));
-   for (const RawEntry &e : entries) sink.write(e.payload);
    sink.write(asBytes(metaSec));
+   for (const RawEntry &e : entries) sink.write(e.payload);
 }
 
 void writeSnapshot(const Snapshot &snapshot, Sink &sink) {
@@ -334,14 +334,37 @@ ZLC_ReturnStatus fail(Problem *problem, ZLC_ReturnStatus status, std::string mes
 
 std::span<const uint8_t> Reader::section(SectionId id) const {
    const Section &s = sections_[static_cast<size_t>(id)];
-   return file_.subspan(s.offset, s.size);
+   return head_.subspan(s.offset, s.size);
+}
+
+ZLC_ReturnStatus Reader::data(uint64_t offset, uint64_t length, std::span<const uint8_t> &out) const {
+   auto bytes = source_->view(sectionOffset(SectionId::Data) + offset, length);
+   if (!bytes) return ZLC_SNAP_CANNOT_OPEN;
+   out = *bytes;
+   return ZLC_OK;
 }
 
 ZLC_ReturnStatus Reader::open(std::span<const uint8_t> file, Problem *problem) {
-   file_ = file;
+   auto own = std::make_unique<MemorySource>(file);
+   ZLC_ReturnStatus s = open(*own, problem);
+   own_ = std::move(own);
+   return s;
+}
+
+ZLC_ReturnStatus Reader::open(ByteSource &source, Problem *problem) {
+   source_ = &source;
+   own_.reset();
+   head_ = {};
    count_ = 0;
    names_.clear();
    verified_.clear();
+   std::span<const uint8_t> file;
+   {
+      auto start = source.view(0, std::min<uint64_t>(source.size(), kHeaderSize));
+      if (!start) return fail(problem, ZLC_SNAP_CANNOT_OPEN, "cannot map the header", 0);
+      file = *start;
+   }
+   uint64_t fileSize = source.size();
    size_t magicLen = std::min(file.size(), sizeof kMagic);
    if (file.empty() || std::memcmp(file.data(), kMagic, magicLen) != 0) {
       return fail(problem, ZLC_SNAP_NOT_A_SNAPSHOT, "not a snapshot (bad magic)", 0);
@@ -366,13 +389,12 @@ ZLC_ReturnStatus Reader::open(std::span<const uint8_t> file, Problem *problem) {
       return fail(problem, ZLC_SNAP_CORRUPT, "bad header fields", 12);
    }
    uint64_t declared = getU64(h + 48);
-   if (declared > file.size()) {
+   if (declared > fileSize) {
       return fail(problem, ZLC_SNAP_TRUNCATED,
-                  "truncated: the data ends at offset " + std::to_string(file.size()) + " of " +
-                     std::to_string(declared),
-                  file.size());
+                  "truncated: the data ends at offset " + std::to_string(fileSize) + " of " + std::to_string(declared),
+                  fileSize);
    }
-   if (declared < file.size()) {
+   if (declared < fileSize) {
       return fail(problem, ZLC_SNAP_CORRUPT, "unexpected bytes after the end of the snapshot", declared);
    }
    uint64_t expect = kHeaderSize;
@@ -386,6 +408,13 @@ ZLC_ReturnStatus Reader::open(std::span<const uint8_t> file, Problem *problem) {
    }
    if (expect != declared) {
       return fail(problem, ZLC_SNAP_CORRUPT, "bad section table", kSectionTableOffset);
+   }
+   {
+      // Everything up to the data section is read now; the data on demand.
+      auto head = source.view(0, sectionOffset(SectionId::Data));
+      if (!head) return fail(problem, ZLC_SNAP_CANNOT_OPEN, "cannot map the index", 0);
+      head_ = *head;
+      h = head_.data();
    }
 
    const char *date = reinterpret_cast<const char *>(h + 24);
@@ -402,7 +431,7 @@ ZLC_ReturnStatus Reader::open(std::span<const uint8_t> file, Problem *problem) {
 
    {
       Cursor c(section(SectionId::Names));
-      uint32_t n;
+      uint32_t n = 0;
       if (!c.u32(n) || n > c.left() / 4) {
          return fail(problem, ZLC_SNAP_CORRUPT, "bad names section", sectionOffset(SectionId::Names));
       }
@@ -468,9 +497,9 @@ ZLC_ReturnStatus Reader::open(std::span<const uint8_t> file, Problem *problem) {
 
    {
       Cursor c(section(SectionId::Meta));
-      uint32_t flags, reserved;
+      uint32_t flags = 0, reserved = 0;
       std::string_view host, captured, by;
-      uint32_t notes;
+      uint32_t notes = 0;
       bool ok = c.u32(flags) && c.u32(reserved) && flags <= 3 && reserved == 0 && c.u64(simulator_.rootDevice) &&
                 c.text(host) && c.text(captured) && c.text(by) && c.u32(notes) && notes <= c.left() / 4;
       meta_ = {};
@@ -535,7 +564,9 @@ std::optional<size_t> Reader::find(EntryKind kind, std::string_view node, std::s
 ZLC_ReturnStatus Reader::payload(size_t i, std::span<const uint8_t> &out, Problem *problem) const {
    if (i >= count_) return ZLC_BAD_PARAM;
    IndexEntry e = entry(i);
-   out = section(SectionId::Data).subspan(e.dataOffset, e.dataLength);
+   if (ZLC_ReturnStatus s = data(e.dataOffset, e.dataLength, out); s != ZLC_OK) {
+      return fail(problem, s, "cannot map the data of entry " + std::to_string(i), sectionOffset(SectionId::Data));
+   }
    if (!verified_[i]) {
       if (hashOf(out) != e.checksum) {
          out = {};
@@ -579,21 +610,37 @@ ZLC_ReturnStatus Reader::toModel(Snapshot &out, Problem *problem) const {
 }
 
 ZLC_ReturnStatus Reader::verifyAll(Problem *problem) const {
-   const Section &data = sections_[static_cast<size_t>(SectionId::Data)];
-   if (hashOf(section(SectionId::Data)) != data.checksum) {
+   const Section &section = sections_[static_cast<size_t>(SectionId::Data)];
+   // The whole section, hashed in pieces so that a mapped file is mapped in
+   // windows.
+   XXH3_state_t *state = XXH3_createState();
+   if (!state) return ZLC_NO_MEMORY;
+   XXH3_64bits_reset(state);
+   constexpr uint64_t kPiece = 8 << 20;
+   for (uint64_t at = 0; at < section.size; at += kPiece) {
+      std::span<const uint8_t> piece;
+      if (ZLC_ReturnStatus s = data(at, std::min(kPiece, section.size - at), piece); s != ZLC_OK) {
+         XXH3_freeState(state);
+         return fail(problem, s, "cannot map the data section", section.offset + at);
+      }
+      XXH3_64bits_update(state, piece.data(), piece.size());
+   }
+   uint64_t sum = XXH3_64bits_digest(state);
+   XXH3_freeState(state);
+   if (sum != section.checksum) {
       // Name the first damaged entry when there is one; else the section.
       for (size_t i = 0; i < count_; i++) {
          IndexEntry ie = entry(i);
-         std::span<const uint8_t> bytes = section(SectionId::Data).subspan(ie.dataOffset, ie.dataLength);
-         if (hashOf(bytes) != ie.checksum) {
+         std::span<const uint8_t> bytes;
+         if (data(ie.dataOffset, ie.dataLength, bytes) == ZLC_OK && hashOf(bytes) != ie.checksum) {
             Keys keys;
             decodeKeys(entryKey(ie), keys);
             return fail(problem, ZLC_SNAP_CORRUPT,
                         describeEntry(ie.kind, entryNode(ie), keys) + ": data checksum mismatch",
-                        data.offset + ie.dataOffset);
+                        section.offset + ie.dataOffset);
          }
       }
-      return fail(problem, ZLC_SNAP_CORRUPT, "data section checksum mismatch", data.offset);
+      return fail(problem, ZLC_SNAP_CORRUPT, "data section checksum mismatch", section.offset);
    }
    Snapshot model;
    return toModel(model, problem);

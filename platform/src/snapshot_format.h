@@ -5,6 +5,7 @@
 #include "zellibs.h"
 
 #include <cstdint>
+#include <memory>
 #include <optional>
 #include <span>
 #include <stdexcept>
@@ -24,7 +25,9 @@ inline constexpr size_t kIndexEntrySize = 40;
 inline constexpr size_t kDateSize = 24;
 inline constexpr uint32_t kNoNode = 0xffffffffu;
 
-enum class SectionId : uint8_t { Names = 0, Index = 1, Keys = 2, Data = 3, Meta = 4 };
+// In file order. The small sections come first so that opening a file and
+// reading a small record touch only its first pages, however large it is.
+enum class SectionId : uint8_t { Names = 0, Index = 1, Keys = 2, Meta = 3, Data = 4 };
 std::string_view sectionName(SectionId id);
 
 enum class EntryKind : uint8_t { List = 1, Record = 2, Data = 3, DevInfo = 4, Set = 5, SetAny = 6 };
@@ -133,12 +136,37 @@ struct IndexEntry {
    uint64_t checksum;
 };
 
+// Where a reader gets its bytes: memory, or a mapped file.
+class ByteSource {
+public:
+   virtual ~ByteSource() = default;
+   virtual uint64_t size() const = 0;
+   // Bytes [offset, offset + length), which the caller has checked lie in
+   // the source; valid while the source lives. Nullopt when they cannot be
+   // had (a mapping failed).
+   virtual std::optional<std::span<const uint8_t>> view(uint64_t offset, uint64_t length) = 0;
+};
+
+class MemorySource : public ByteSource {
+public:
+   explicit MemorySource(std::span<const uint8_t> bytes) : bytes_(bytes) {}
+   uint64_t size() const override { return bytes_.size(); }
+   std::optional<std::span<const uint8_t>> view(uint64_t offset, uint64_t length) override {
+      return bytes_.subspan(offset, length);
+   }
+
+private:
+   std::span<const uint8_t> bytes_;
+};
+
 // Reads a snapshot held in memory (usually a read-only mapping). Opening
 // checks the header, the section table and the small sections; record data
 // is checked entry by entry on first read.
 class Reader {
 public:
    ZLC_ReturnStatus open(std::span<const uint8_t> file, Problem *problem = nullptr);
+   // The source must outlive the reader.
+   ZLC_ReturnStatus open(ByteSource &source, Problem *problem = nullptr);
 
    const Signature &signature() const { return signature_; }
    const SimulatorSettings &simulator() const { return simulator_; }
@@ -163,9 +191,12 @@ private:
    struct Section {
       uint64_t offset, size, checksum;
    };
-   std::span<const uint8_t> section(SectionId id) const;
+   std::span<const uint8_t> section(SectionId id) const; // not for Data
+   ZLC_ReturnStatus data(uint64_t offset, uint64_t length, std::span<const uint8_t> &out) const;
 
-   std::span<const uint8_t> file_;
+   std::unique_ptr<MemorySource> own_;
+   ByteSource *source_ = nullptr;
+   std::span<const uint8_t> head_; // the header and every section before the data
    Section sections_[kSectionCount] = {};
    Signature signature_;
    SimulatorSettings simulator_;

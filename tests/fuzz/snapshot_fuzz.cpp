@@ -28,7 +28,7 @@ void fixChecksums(std::vector<uint8_t> &b) {
    if (b.size() < zif::kHeaderSize) return;
    auto inside = [&](uint64_t off, uint64_t len) { return off <= b.size() && len <= b.size() - off; };
    uint8_t *table = b.data() + zif::kSectionTableOffset;
-   uint64_t dataOff = get64(table + 24 * 3), dataLen = get64(table + 24 * 3 + 8);
+   uint64_t dataOff = get64(table + 24 * 4), dataLen = get64(table + 24 * 4 + 8);
    uint64_t indexOff = get64(table + 24), indexLen = get64(table + 24 + 8);
    if (inside(indexOff, indexLen) && inside(dataOff, dataLen)) {
       for (uint64_t e = 0; e + zif::kIndexEntrySize <= indexLen; e += zif::kIndexEntrySize) {

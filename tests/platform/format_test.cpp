@@ -1,6 +1,7 @@
 // The snapshot format: damaged and truncated files are refused with the right
 // status, JSON round trips are byte-identical, pack refuses bad entries.
 #include "layouts.h"
+#include "mapped_file.h"
 #include "snapshot_format.h"
 #include "testutil.h"
 
@@ -290,4 +291,42 @@ TEST(Docs, ExamplePacks) {
    size_t end = doc.find("```", begin);
    ASSERT_NE(end, std::string::npos);
    EXPECT_NO_THROW(zif::packJson(doc.substr(begin, end - begin)));
+}
+
+// Files above the whole-mapping limit are mapped piece by piece; entries on
+// either side of a large blob and a full check still read correctly.
+TEST_F(Damage, LargeFilesAreReadThroughPartialMappings) {
+   std::vector<uint8_t> blob((zif::MappedFile::kWholeLimit) + 12345, 0x5a);
+   const uint8_t first[] = {'a', 0}, last[] = {'z', 0};
+   std::vector<zif::RawEntry> entries = {
+      {EntryKind::Record, "world_name", zif::encodeKeys({zif::Key::ofInt(1)}), 0, std::span(first), {}},
+      {EntryKind::Data, "system_bootOptionFiles_content", zif::encodeKeys({zif::Key::ofText("big")}), 0, blob, {}},
+      {EntryKind::DevInfo, {}, zif::encodeKeys({zif::Key::ofInt(0), zif::Key::ofInt(0), zif::Key::ofInt(0), zif::Key::ofInt(0)}), 1, {}, {}},
+      {EntryKind::SetAny, "world_name", "", 0, std::span(last), {}},
+   };
+   std::string path = dir.file("large.zifc");
+   zif::Signature sig{zif::librarySignatureDigest(), zif::libraryBuildDate()};
+   zif::writeFileAtomic(path, [&](zif::Sink &sink) { zif::writeRaw(sig, {}, {}, entries, sink); });
+
+   zif::MappedFile file;
+   ASSERT_EQ(file.open(path), ZLC_OK);
+   zif::Reader reader;
+   ASSERT_EQ(reader.open(file), ZLC_OK);
+   EXPECT_EQ(reader.verifyAll(), ZLC_OK);
+
+   ASSERT_EQ(ZIF_UseCache(path.c_str(), 0), ZLC_OK);
+   ZIF_ParamList *q = ZIF_ParamListCreate(1, 1);
+   ZIF_ParamListAddString(q, "big");
+   uint32_t request[2] = {static_cast<uint32_t>(blob.size() - 3), 100};
+   ZIFData *in = ZIFData_Create(8, request, 8);
+   ZIFData *out = ZIFData_Create(100, nullptr, 0);
+   ASSERT_EQ(ZIF_SetData(ZIF_NODE_system_bootOptionFiles_content.number, q, in, out), ZLC_OK);
+   EXPECT_EQ(out->length, 3u);
+   EXPECT_EQ(out->bytes[2], 0x5a);
+   char answer[2] = {};
+   EXPECT_EQ(ZIF_Set(ZIF_NODE_world_name.number, nullptr, nullptr, answer, 2), ZLC_OK);
+   EXPECT_EQ(answer[0], 'z');
+   ZIFData_Destroy(in);
+   ZIFData_Destroy(out);
+   ZIF_ParamListDestroy(q);
 }

@@ -87,11 +87,9 @@ TEST(Zifcache, CheckNamesTheDamageAndWhereItIs) {
    EXPECT_NE(truncated.output.find("truncated"), std::string::npos) << truncated.output;
    EXPECT_NE(truncated.output.find("offset " + std::to_string(cut.size())), std::string::npos) << truncated.output;
 
-   // The last bytes before the meta section belong to the last record.
-   zif::Reader reader;
-   ASSERT_EQ(reader.open(good), ZLC_OK);
+   // The data section comes last; its last bytes belong to the last record.
    std::vector<uint8_t> bad = good;
-   bad[reader.sectionOffset(zif::SectionId::Meta) - 1] ^= 0x40;
+   bad[bad.size() - 1] ^= 0x40;
    writeBytes(dir.file("bad.zifc"), bad);
    Outcome damaged = zifcache("check " + dir.file("bad.zifc"));
    EXPECT_EQ(damaged.status, 1);
