@@ -191,6 +191,12 @@ ZLC_ReturnStatus ZlcSyscall_Init(int mode, int flags1, int flags2);
 ZLC_ReturnStatus ZlcSyscall_DevInfo(uint32_t segment, uint32_t bus, uint32_t slot, uint32_t function,
                                     void *reply, int64_t *negErrno);
 
+/*
+ * The device number of the in-memory root file system: 1 on a host, or the
+ * value a simulator snapshot sets (its "simulator" settings).
+ */
+uint64_t ZlcSim_RootDevice(void);
+
 /* A newly allocated copy of text without leading and trailing white space. */
 char *StrUtil_TrimWhitespace(const char *text);
 

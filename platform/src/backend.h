@@ -1,0 +1,45 @@
+// The one interface behind the C API: each source of sysinfo state (snapshot
+// file, simulator, host kernel) implements it in its own file.
+#pragma once
+
+#include "snapshot_format.h"
+
+#include <array>
+#include <memory>
+#include <span>
+#include <string>
+#include <string_view>
+
+namespace zif {
+
+using PciFunction = std::array<uint32_t, 4>;
+
+class Backend {
+public:
+   virtual ~Backend() = default;
+   virtual ZLC_ReturnStatus listInstances(std::string_view node, const Keys &parent, Keys &out) = 0;
+   // Copies min(buffer size, record size) bytes and zero-fills the rest.
+   virtual ZLC_ReturnStatus getRecord(std::string_view node, const Keys &keys, std::span<uint8_t> buffer) = 0;
+   virtual ZLC_ReturnStatus dataLength(std::string_view node, const Keys &keys, uint32_t &length) = 0;
+   virtual ZLC_ReturnStatus readData(std::string_view node, const Keys &keys, uint32_t offset,
+                                     std::span<uint8_t> out, uint32_t &delivered) = 0;
+   virtual ZLC_ReturnStatus set(std::string_view node, const Keys &keys, const Keys &input,
+                                std::span<uint8_t> output) = 0;
+   virtual ZLC_ReturnStatus devInfo(const PciFunction &function, std::span<uint8_t, ZLC_DEVINFO_REPLY_SIZE> reply,
+                                    int64_t &negErrno) = 0;
+   // False when the source carries no signature.
+   virtual bool signature(Signature &out) = 0;
+   virtual uint64_t rootDevice() { return 1; }
+};
+
+// A snapshot file opened read-only.
+std::unique_ptr<Backend> openSnapshotBackend(const std::string &path, ZLC_ReturnStatus &status);
+// A snapshot file that acts as the live kernel and keeps the writes made to it.
+std::unique_ptr<Backend> openSimulatorBackend(const std::string &path, ZLC_ReturnStatus &status);
+// Answers every operation with one status (a simulator that failed to open).
+std::unique_ptr<Backend> makeFailingBackend(ZLC_ReturnStatus status);
+// The seam to a real host kernel; see docs/snapshot-format.md.
+bool hostKernelPresent();
+std::unique_ptr<Backend> openHostBackend(ZLC_ReturnStatus &status);
+
+} // namespace zif

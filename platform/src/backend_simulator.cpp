@@ -1,0 +1,147 @@
+// Simulator back end: a snapshot that plays the live kernel. Reads come from
+// the file; the clock setting and group memory allocation are applied to the
+// file, which is rewritten atomically so that the next process sees them.
+#include "backend_snapshot.h"
+
+#include "layouts.h"
+
+#include <charconv>
+#include <climits>
+#include <cstdlib>
+#include <cstring>
+#include <system_error>
+
+namespace zif {
+namespace {
+
+constexpr std::string_view kRtcNode = "hardware_chipset_rtc";
+constexpr std::string_view kMemAllocNode = "sched_groups_memAllocationInMB";
+
+void putS(std::vector<uint8_t> &rec, uint32_t offset, uint32_t width, int64_t v) {
+   if (rec.size() < offset + width) rec.resize(offset + width, 0);
+   for (uint32_t i = 0; i < width; i++) rec[offset + i] = static_cast<uint8_t>(static_cast<uint64_t>(v) >> (8 * i));
+}
+
+// Where a field lives: from the layout table when it has the field, else the
+// fallback offset and width.
+std::pair<uint32_t, uint32_t> fieldPlace(std::string_view node, std::string_view field, uint32_t offset,
+                                         uint32_t width) {
+   if (const RecordLayout *l = findLayout(node)) {
+      if (const FieldLayout *f = findField(*l, field)) return {f->offset, f->width};
+   }
+   return {offset, width};
+}
+
+bool parseSetting(std::string_view text, std::string_view name, int64_t &value) {
+   if (text.size() <= name.size() + 1 || text.substr(0, name.size()) != name || text[name.size()] != '=') {
+      return false;
+   }
+   text.remove_prefix(name.size() + 1);
+   auto [end, ec] = std::from_chars(text.data(), text.data() + text.size(), value);
+   return ec == std::errc() && end == text.data() + text.size();
+}
+
+class SimulatorBackend : public SnapshotBackend {
+public:
+   ZLC_ReturnStatus set(std::string_view node, const Keys &keys, const Keys &input,
+                        std::span<uint8_t> output) override {
+      ZLC_ReturnStatus status;
+      if (storedSetAnswer(node, input, output, status)) return status;
+      if (node == kRtcNode) return setClock(input);
+      if (node == kMemAllocNode) return setMemAllocation(keys, input);
+      return ZLC_NOT_SUPPORTED;
+   }
+
+private:
+   // Input: month, day, year, hour, minute, second, each a 32-bit value
+   // widened to 64 bits.
+   ZLC_ReturnStatus setClock(const Keys &input) {
+      if (input.size() != 6) return ZLC_BAD_PARAM;
+      for (const Key &k : input) {
+         if (k.type != KeyType::Int) return ZLC_BAD_PARAM;
+      }
+      static constexpr const char *kOrder[] = {"month", "day", "year", "hour", "minute", "second"};
+      static constexpr uint32_t kFallback[] = {16, 12, 20, 0, 4, 8};
+      const RecordLayout *layout = findLayout(kRtcNode);
+      return update(kRtcNode, {}, layout ? layout->length : 32, [&](std::vector<uint8_t> &rec) {
+         for (size_t i = 0; i < 6; i++) {
+            auto [offset, width] = fieldPlace(kRtcNode, kOrder[i], kFallback[i], 4);
+            putS(rec, offset, width, static_cast<int32_t>(static_cast<uint32_t>(input[i].number)));
+         }
+      });
+   }
+
+   // Keys: the group ID. Input: texts "min=N" and/or "max=N".
+   ZLC_ReturnStatus setMemAllocation(const Keys &keys, const Keys &input) {
+      if (keys.size() != 1 || keys[0].type != KeyType::Int || input.empty()) return ZLC_BAD_PARAM;
+      std::optional<int64_t> min, max;
+      for (const Key &k : input) {
+         int64_t v;
+         if (k.type != KeyType::Text) return ZLC_BAD_PARAM;
+         if (parseSetting(k.text, "min", v)) {
+            min = v;
+         } else if (parseSetting(k.text, "max", v)) {
+            max = v;
+         } else {
+            return ZLC_BAD_PARAM;
+         }
+      }
+      const RecordLayout *layout = findLayout(kMemAllocNode);
+      return update(kMemAllocNode, keys, layout ? layout->length : 16, [&](std::vector<uint8_t> &rec) {
+         if (min) {
+            auto [offset, width] = fieldPlace(kMemAllocNode, "min", 0, 8);
+            putS(rec, offset, width, *min);
+         }
+         if (max) {
+            auto [offset, width] = fieldPlace(kMemAllocNode, "max", 8, 8);
+            putS(rec, offset, width, *max);
+         }
+      });
+   }
+
+   // Rewrites one record (created with length bytes when absent or when it
+   // holds an injected status) and reopens the file.
+   template <typename Change>
+   ZLC_ReturnStatus update(std::string_view node, const Keys &keys, uint32_t length, Change change) {
+      Snapshot model;
+      ZLC_ReturnStatus s = reader_.toModel(model);
+      if (s != ZLC_OK) return s;
+      Entry *target = nullptr;
+      for (Entry &e : model.entries) {
+         if (e.kind == EntryKind::Record && e.node == node && e.keys == keys) target = &e;
+      }
+      if (!target) {
+         model.entries.push_back({EntryKind::Record, std::string(node), keys, 0, {}, {}, {}});
+         target = &model.entries.back();
+      }
+      if (target->status != 0) {
+         target->status = 0;
+         target->bytes.clear();
+      }
+      if (target->bytes.size() < length) target->bytes.resize(length, 0);
+      change(target->bytes);
+      try {
+         writeFileAtomic(path_, [&](Sink &sink) { writeSnapshot(model, sink); });
+      } catch (const std::exception &) {
+         return ZLC_WRITE_FAILED;
+      }
+      return load(path_);
+   }
+};
+
+} // namespace
+
+std::unique_ptr<Backend> openSimulatorBackend(const std::string &path, ZLC_ReturnStatus &status) {
+   // Writes replace the file itself, not a symbolic link that names it.
+   std::string real = path;
+   if (char *resolved = realpath(path.c_str(), nullptr)) {
+      real = resolved;
+      std::free(resolved);
+   }
+   auto b = std::make_unique<SimulatorBackend>();
+   status = b->load(real);
+   if (status != ZLC_OK) return nullptr;
+   return b;
+}
+
+} // namespace zif

@@ -1,0 +1,52 @@
+// The node table and the record layout table, as the library and zifcache see
+// them, plus the library's own signature derived from both.
+#pragma once
+
+#include <cstdint>
+#include <optional>
+#include <span>
+#include <string_view>
+
+namespace zif {
+
+enum class FieldKind : uint8_t { U8, U16, U32, U64, S8, S16, S32, S64, TEXT, BYTES };
+
+struct FieldLayout {
+   std::string_view name;
+   uint32_t offset;
+   FieldKind kind;
+   uint32_t width;
+};
+
+struct RecordLayout {
+   std::string_view node;
+   uint32_t length;
+   std::span<const FieldLayout> fields;
+};
+
+struct NodeInfo {
+   uint16_t number;
+   std::string_view name;
+};
+
+// Every node of the interface, in declaration order (numbers start at 1).
+std::span<const NodeInfo> allNodes();
+std::optional<std::string_view> nodeName(uint16_t number);
+bool isKnownNode(std::string_view name);
+
+// Every record layout, in table order.
+std::span<const RecordLayout> allLayouts();
+const RecordLayout *findLayout(std::string_view node);
+const FieldLayout *findField(const RecordLayout &layout, std::string_view name);
+
+std::string_view kindName(FieldKind kind);
+bool isSigned(FieldKind kind);
+bool isInteger(FieldKind kind);
+
+// xxHash64 over the node names and the layout table: changes only when the
+// interface between library and program changes.
+uint64_t librarySignatureDigest();
+// The build date text the library reports (at most 20 characters).
+const char *libraryBuildDate();
+
+} // namespace zif

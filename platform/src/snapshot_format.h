@@ -1,0 +1,212 @@
+// The snapshot file: its in-memory model, the deterministic writer and the
+// bounds-checked reader. docs/snapshot-format.md describes the bytes.
+#pragma once
+
+#include "zellibs.h"
+
+#include <cstdint>
+#include <memory>
+#include <optional>
+#include <span>
+#include <stdexcept>
+#include <string>
+#include <string_view>
+#include <vector>
+
+namespace zif {
+
+inline constexpr char kMagic[8] = {'Z', 'I', 'F', 'S', 'N', 'A', 'P', '\0'};
+inline constexpr uint32_t kFormatVersion = 1;
+inline constexpr size_t kHeaderSize = 192;
+inline constexpr size_t kSectionCount = 5;
+inline constexpr size_t kSectionTableOffset = 64;
+inline constexpr size_t kHeaderChecksumOffset = 184;
+inline constexpr size_t kIndexEntrySize = 40;
+inline constexpr size_t kDateSize = 24;
+inline constexpr uint32_t kNoNode = 0xffffffffu;
+
+// In file order. The small sections come first so that opening a file and
+// reading a small record touch only its first pages, however large it is.
+enum class SectionId : uint8_t { Names = 0, Index = 1, Keys = 2, Meta = 3, Data = 4 };
+std::string_view sectionName(SectionId id);
+
+enum class EntryKind : uint8_t { List = 1, Record = 2, Data = 3, DevInfo = 4, Set = 5, SetAny = 6 };
+
+// Key types use the parameter type numbers of the C API.
+enum class KeyType : uint32_t { Int = ZIF_PARAM_TYPE_INT, Text = ZIF_PARAM_TYPE_STRING, Null = 3 };
+
+struct Key {
+   KeyType type = KeyType::Null;
+   int64_t number = 0;
+   std::string text;
+
+   static Key ofInt(int64_t v) { return {KeyType::Int, v, {}}; }
+   static Key ofText(std::string v) { return {KeyType::Text, 0, std::move(v)}; }
+   static Key null() { return {}; }
+   bool operator==(const Key &) const = default;
+};
+using Keys = std::vector<Key>;
+
+// Canonical key encoding: per key a type byte, then 8 bytes (int), a u32
+// length and the bytes (text), or nothing (null).
+void appendKey(std::string &out, KeyType type, int64_t number, std::string_view text);
+std::string encodeKeys(const Keys &keys);
+bool decodeKeys(std::span<const uint8_t> bytes, Keys &out);
+
+struct Signature {
+   uint64_t digest = 0;
+   std::string date;
+};
+
+struct SimulatorSettings {
+   bool present = false;
+   uint64_t rootDevice = 1;
+};
+
+struct Meta {
+   bool present = false;
+   std::string host, captured, by;
+   std::vector<std::string> notes;
+};
+
+struct Entry {
+   EntryKind kind = EntryKind::Record;
+   std::string node;               // empty for devinfo
+   Keys keys;                      // parent keys (lists), input values (sets), PCI function (devinfo)
+   uint32_t status = 0;            // injected status; for sets, the answer's status
+   std::vector<uint8_t> bytes;     // record, data, devinfo reply or set output
+   Keys instances;                 // lists
+   std::string origin;             // where the entry came from, for messages; not stored
+};
+
+struct Snapshot {
+   Signature signature;
+   SimulatorSettings simulator;
+   Meta meta;
+   std::vector<Entry> entries;
+};
+
+struct FormatError : std::runtime_error {
+   using std::runtime_error::runtime_error;
+};
+
+class Sink {
+public:
+   virtual ~Sink() = default;
+   virtual void write(std::span<const uint8_t> bytes) = 0;
+};
+
+class VectorSink : public Sink {
+public:
+   void write(std::span<const uint8_t> bytes) override { data.insert(data.end(), bytes.begin(), bytes.end()); }
+   std::vector<uint8_t> data;
+};
+
+// An entry as the writer takes it: the payload is only referenced, so that
+// large files can be written without copies.
+struct RawEntry {
+   EntryKind kind;
+   std::string_view node;
+   std::string key;
+   uint32_t status;
+   std::span<const uint8_t> payload;
+   std::string_view origin;
+};
+
+// Same input, same bytes. Throws FormatError on duplicate entries.
+void writeRaw(const Signature &signature, const SimulatorSettings &simulator, const Meta &meta,
+              std::vector<RawEntry> entries, Sink &sink);
+void writeSnapshot(const Snapshot &snapshot, Sink &sink);
+std::vector<uint8_t> snapshotBytes(const Snapshot &snapshot);
+
+// What is wrong with a file, and where.
+struct Problem {
+   ZLC_ReturnStatus status = ZLC_OK;
+   std::string message;
+   uint64_t offset = 0;
+};
+
+struct IndexEntry {
+   EntryKind kind;
+   uint32_t nameId;
+   uint32_t keyOffset, keyLength;
+   uint64_t dataOffset;
+   uint32_t dataLength;
+   uint32_t status;
+   uint64_t checksum;
+};
+
+// Where a reader gets its bytes: memory, or a mapped file.
+class ByteSource {
+public:
+   virtual ~ByteSource() = default;
+   virtual uint64_t size() const = 0;
+   // Bytes [offset, offset + length), which the caller has checked lie in
+   // the source; valid while the source lives. Nullopt when they cannot be
+   // had (a mapping failed).
+   virtual std::optional<std::span<const uint8_t>> view(uint64_t offset, uint64_t length) = 0;
+};
+
+class MemorySource : public ByteSource {
+public:
+   explicit MemorySource(std::span<const uint8_t> bytes) : bytes_(bytes) {}
+   uint64_t size() const override { return bytes_.size(); }
+   std::optional<std::span<const uint8_t>> view(uint64_t offset, uint64_t length) override {
+      return bytes_.subspan(offset, length);
+   }
+
+private:
+   std::span<const uint8_t> bytes_;
+};
+
+// Reads a snapshot held in memory (usually a read-only mapping). Opening
+// checks the header, the section table and the small sections; record data
+// is checked entry by entry on first read.
+class Reader {
+public:
+   ZLC_ReturnStatus open(std::span<const uint8_t> file, Problem *problem = nullptr);
+   // The source must outlive the reader.
+   ZLC_ReturnStatus open(ByteSource &source, Problem *problem = nullptr);
+
+   const Signature &signature() const { return signature_; }
+   const SimulatorSettings &simulator() const { return simulator_; }
+   const Meta &meta() const { return meta_; }
+
+   size_t size() const { return count_; }
+   IndexEntry entry(size_t i) const;
+   std::string_view entryNode(const IndexEntry &e) const;
+   std::span<const uint8_t> entryKey(const IndexEntry &e) const;
+   std::optional<size_t> find(EntryKind kind, std::string_view node, std::string_view key) const;
+   // The entry's payload, after its checksum has been verified once.
+   ZLC_ReturnStatus payload(size_t i, std::span<const uint8_t> &out, Problem *problem = nullptr) const;
+
+   // Every entry decoded into the model (verifies every payload).
+   ZLC_ReturnStatus toModel(Snapshot &out, Problem *problem = nullptr) const;
+   // Verifies everything, including the checksum of the whole data section.
+   ZLC_ReturnStatus verifyAll(Problem *problem = nullptr) const;
+
+   uint64_t sectionOffset(SectionId id) const { return sections_[static_cast<size_t>(id)].offset; }
+
+private:
+   struct Section {
+      uint64_t offset, size, checksum;
+   };
+   std::span<const uint8_t> section(SectionId id) const; // not for Data
+   ZLC_ReturnStatus data(uint64_t offset, uint64_t length, std::span<const uint8_t> &out) const;
+
+   std::unique_ptr<MemorySource> own_;
+   ByteSource *source_ = nullptr;
+   std::span<const uint8_t> head_; // the header and every section before the data
+   Section sections_[kSectionCount] = {};
+   Signature signature_;
+   SimulatorSettings simulator_;
+   Meta meta_;
+   std::vector<std::string_view> names_;
+   size_t count_ = 0;
+   mutable std::vector<uint8_t> verified_;
+};
+
+std::string describeEntry(EntryKind kind, std::string_view node, const Keys &keys);
+std::string formatKeys(const Keys &keys);
+
+} // namespace zif

@@ -1,0 +1,332 @@
+// The snapshot format: damaged and truncated files are refused with the right
+// status, JSON round trips are byte-identical, pack refuses bad entries.
+#include "layouts.h"
+#include "mapped_file.h"
+#include "snapshot_format.h"
+#include "testutil.h"
+
+#include <algorithm>
+#include <cstring>
+
+using namespace ziftest;
+using zif::EntryKind;
+
+namespace {
+
+// Small, but with one entry of every kind and every key type.
+constexpr const char *kSmall = R"({
+  "simulator": {"rootDevice": 3},
+  "meta": {"host": "h", "captured": "2026-11-22T10:00:00Z", "by": "t", "notes": ["a"]},
+  "lists": [{"node": "world", "instances": [1, "x", null]}, {"node": "userworld_cartel", "status": "0xbad0001"}],
+  "records": [{"node": "world_name", "keys": [1], "text": "w"}, {"node": "world_info", "keys": ["k", 2], "hex": "0102"}],
+  "data": [{"node": "system_bootOptionFiles_content", "keys": ["b"], "text": "abc"}],
+  "devinfo": [{"function": [0, 1, 2, 3], "hex": "ff"}],
+  "sets": [{"node": "sched_groupPathNameToID", "input": ["p"], "hex": "07"}, {"node": "hardware_chipset_rtc", "status": 1}]
+})";
+
+std::vector<uint8_t> small() { return zif::packJson(kSmall); }
+
+// Reads one entry through the C API, as a command would.
+ZLC_ReturnStatus readThroughApi(const zif::Entry &e) {
+   auto node = [&]() -> ZIF_NodeNumber {
+      for (const zif::NodeInfo &n : zif::allNodes()) {
+         if (n.name == e.node) return n.number;
+      }
+      return 0;
+   };
+   ZIF_ParamList *keys = ZIF_ParamListCreate(1, 1);
+   for (const zif::Key &k : e.keys) {
+      if (k.type == zif::KeyType::Int) ZIF_ParamListAddInt(keys, k.number);
+      if (k.type == zif::KeyType::Text) ZIF_ParamListAddString(keys, k.text.c_str());
+   }
+   ZLC_ReturnStatus s = ZLC_OK;
+   unsigned char buf[ZLC_DEVINFO_REPLY_SIZE];
+   switch (e.kind) {
+   case EntryKind::List: {
+      ZIF_ParamList *list = nullptr;
+      s = ZIF_GetInstanceListAlloc(node(), keys, &list);
+      ZIF_ParamListDestroy(list);
+      break;
+   }
+   case EntryKind::Record: s = ZIF_Get(node(), keys, buf, 16); break;
+   case EntryKind::Data: {
+      uint32_t length;
+      s = ZIF_GetDataLength(node(), keys, &length);
+      break;
+   }
+   case EntryKind::DevInfo: {
+      int64_t err;
+      s = ZlcSyscall_DevInfo(static_cast<uint32_t>(e.keys[0].number), static_cast<uint32_t>(e.keys[1].number),
+                             static_cast<uint32_t>(e.keys[2].number), static_cast<uint32_t>(e.keys[3].number), buf,
+                             &err);
+      break;
+   }
+   case EntryKind::Set:
+   case EntryKind::SetAny: s = ZIF_Set(node(), nullptr, keys, buf, 8); break;
+   }
+   ZIF_ParamListDestroy(keys);
+   return s;
+}
+
+} // namespace
+
+TEST(Truncation, EveryPrefixIsRefusedAsTruncated) {
+   std::vector<uint8_t> file = small();
+   zif::Reader reader;
+   ASSERT_EQ(reader.open(file), ZLC_OK);
+   for (size_t n = 1; n < file.size(); n++) {
+      zif::Problem problem;
+      ASSERT_EQ(reader.open(std::span(file).first(n), &problem), ZLC_SNAP_TRUNCATED) << "prefix " << n;
+      EXPECT_EQ(problem.offset, n);
+   }
+   EXPECT_EQ(reader.open(std::span(file).first(0)), ZLC_SNAP_NOT_A_SNAPSHOT);
+   file.push_back(0);
+   EXPECT_EQ(reader.open(file), ZLC_SNAP_CORRUPT);
+}
+
+class Damage : public SourceTest {};
+
+TEST_F(Damage, EveryDamagedByteIsRefusedAtOpenOrByTheReadOfItsEntry) {
+   const std::vector<uint8_t> good = small();
+   zif::Reader original;
+   ASSERT_EQ(original.open(good), ZLC_OK);
+   zif::Snapshot model;
+   ASSERT_EQ(original.toModel(model), ZLC_OK);
+   uint64_t dataStart = original.sectionOffset(zif::SectionId::Data);
+
+   std::string path = dir.file("damaged.zifc");
+   for (size_t i = 0; i < good.size(); i++) {
+      for (uint8_t flip : {0x01, 0x80}) {
+         std::vector<uint8_t> bad = good;
+         bad[i] ^= flip;
+         SCOPED_TRACE("byte " + std::to_string(i) + " ^ " + std::to_string(flip));
+         zif::Reader reader;
+         ZLC_ReturnStatus open = reader.open(bad);
+         EXPECT_TRUE(open != ZLC_OK || reader.verifyAll() != ZLC_OK) << "zifcache check must refuse it";
+         if (i < 8) {
+            EXPECT_EQ(open, ZLC_SNAP_NOT_A_SNAPSHOT);
+            continue;
+         }
+         if (i < 12) {
+            EXPECT_EQ(open, ZLC_SNAP_BAD_VERSION);
+            continue;
+         }
+         if (open != ZLC_OK) {
+            EXPECT_EQ(open, ZLC_SNAP_CORRUPT);
+            continue;
+         }
+         // Opened: the byte must lie in an entry's data, and reading that
+         // entry through the API says so; other entries still read.
+         ASSERT_GE(i, dataStart);
+         writeBytes(path, bad);
+         ASSERT_EQ(ZIF_UseCache(path.c_str(), 0), ZLC_OK);
+         size_t hit = 0;
+         for (size_t k = 0; k < original.size(); k++) {
+            zif::IndexEntry e = original.entry(k);
+            bool inside = i >= dataStart + e.dataOffset && i < dataStart + e.dataOffset + e.dataLength;
+            ZLC_ReturnStatus s = readThroughApi(model.entries[k]);
+            if (inside) {
+               hit++;
+               EXPECT_EQ(s, ZLC_SNAP_CORRUPT) << zif::describeEntry(e.kind, original.entryNode(e), model.entries[k].keys);
+            } else {
+               EXPECT_NE(s, ZLC_SNAP_CORRUPT);
+            }
+         }
+         EXPECT_EQ(hit, 1u);
+      }
+   }
+}
+
+TEST(RoundTrip, PackDumpPackIsByteIdenticalAndOrderFree) {
+   std::vector<uint8_t> first = small();
+   zif::Reader reader;
+   ASSERT_EQ(reader.open(first), ZLC_OK);
+   zif::Snapshot model;
+   ASSERT_EQ(reader.toModel(model), ZLC_OK);
+   std::string json = zif::dumpJson(model);
+   EXPECT_EQ(zif::packJson(json), first);
+
+   // Entry order in the JSON does not matter.
+   std::vector<uint8_t> a = zif::packJson(R"({"lists": [{"node": "world", "instances": [1]}, {"node": "world_info", "instances": [2]}]})");
+   std::vector<uint8_t> b = zif::packJson(R"({"lists": [{"node": "world_info", "instances": [2]}, {"node": "world", "instances": [1]}]})");
+   EXPECT_EQ(a, b);
+}
+
+TEST(RoundTrip, DumpUsesFieldsOnlyWhenTheyReproduceTheBytes) {
+   struct Case {
+      const char *record;
+      const char *form;
+   } cases[] = {
+      {R"({"node": "hardware_chipset_rtc", "fields": {"hour": -1, "year": 2026}})", "\"fields\":{\"hour\":-1,"},
+      // A byte that no field covers.
+      {R"({"node": "hardware_chipset_rtc", "hex": "00000000 00000000 00000000 00000000 00000000 00000000 01000000 00000000"})", "\"hex\""},
+      // Wrong length for the layout.
+      {R"({"node": "hardware_chipset_rtc", "hex": "01"})", "\"hex\""},
+      // Bytes after a text field's NUL.
+      {R"({"node": "system_version", "hex": "41004200"})", "\"hex\""},
+      {R"({"node": "system_version", "fields": {"product": "zelcore", "update": "U1"}})", "\"product\":\"zelcore\""},
+      {R"({"node": "world_name", "keys": [1], "text": "init"})", "\"text\":\"init\""},
+   };
+   for (const Case &c : cases) {
+      std::string json = std::string(R"({"records": [)") + c.record + "]}";
+      std::vector<uint8_t> bytes = zif::packJson(json);
+      zif::Reader reader;
+      ASSERT_EQ(reader.open(bytes), ZLC_OK);
+      zif::Snapshot model;
+      ASSERT_EQ(reader.toModel(model), ZLC_OK);
+      std::string dumped = zif::dumpJson(model);
+      EXPECT_NE(dumped.find(c.form), std::string::npos) << c.record << "\n" << dumped;
+      EXPECT_EQ(zif::packJson(dumped), bytes) << c.record;
+   }
+}
+
+TEST(Pack, FieldEncodingsAndMergedDocuments) {
+   zif::JsonPacker packer;
+   packer.add(R"({"signature": {"digest": "0x00000000000000ff", "date": "first"},
+                  "records": [{"node": "system_ntpclock_upTime", "fields": {"seconds": "0xffffffff", "secondsHigh": 1}}]})",
+              "a.json");
+   packer.add(R"({"signature": {"digest": "1", "date": "second"}, "meta": {"host": "b"},
+                  "records": [{"node": "system_version", "fields": {"build": -2147483648}}]})",
+              "b.json");
+   zif::Snapshot s = packer.finish();
+   EXPECT_EQ(s.signature.digest, 0xffu);
+   EXPECT_EQ(s.signature.date, "first");
+   EXPECT_EQ(s.meta.host, "b");
+   ASSERT_EQ(s.entries.size(), 2u);
+   EXPECT_EQ(s.entries[0].bytes, (std::vector<uint8_t>{0xff, 0xff, 0xff, 0xff, 1, 0, 0, 0}));
+   EXPECT_EQ(s.entries[1].bytes.size(), 344u);
+   EXPECT_EQ(s.entries[1].bytes[295], 0x80);
+
+   zif::Snapshot defaults = zif::JsonPacker().finish();
+   EXPECT_EQ(defaults.signature.digest, zif::librarySignatureDigest());
+}
+
+TEST(Pack, RefusalsNameTheEntry) {
+   struct Case {
+      const char *json;
+      const char *message;
+   } cases[] = {
+      {R"({"records": [{"node": "world_name", "text": "a"}, {"node": "wrld_info", "hex": ""}]})",
+       "records[1]: unknown node \"wrld_info\""},
+      {R"({"records": [{"node": "hardware_chipset_rtc", "fields": {"hours": 1}}]})", "records[0]: unknown field \"hours\""},
+      {R"({"records": [{"node": "system_ntpclock_upTime", "fields": {"seconds": -1}}]})", "records[0]: field seconds"},
+      {R"({"records": [{"node": "system_ntpclock_upTime", "fields": {"seconds": 4294967296}}]})", "out of range"},
+      {R"({"records": [{"node": "system_ntpclock_upTime", "fields": {"seconds": "0x100000000"}}]})", "out of range"},
+      {R"({"records": [{"node": "system_ntpclock_upTime", "fields": {"seconds": 1.5}}]})", "field seconds"},
+      {R"({"records": [{"node": "hardware_chipset_rtc", "fields": {"hour": 2147483648}}]})", "out of range for S32"},
+      {R"({"records": [{"node": "system_version", "fields": {"product": "0123456789012345678901234567890123"}}]})", "does not fit"},
+      {R"({"records": [{"node": "world_info", "hex": "abc"}]})", "records[0]: bad hex"},
+      {R"({"records": [{"node": "world_info", "hex": "zz"}]})", "records[0]: bad hex"},
+      {R"({"records": [{"node": "world_info", "fields": {}}]})", "no record layout"},
+      {R"({"records": [{"node": "world_info", "hex": "", "text": ""}]})", "exactly one of"},
+      {R"({"records": [{"node": "world_info", "status": 0}]})", "non-zero"},
+      {R"({"records": [{"node": "world_info", "keys": [1.5], "hex": ""}]})", "records[0]: keys[0]"},
+      {R"({"records": [{"node": "world_info", "keys": [1], "hex": "01"}, {"node": "world_info", "keys": [1], "hex": "02"}]})",
+       "records[1]: duplicate entry"},
+      {R"({"records": [{"node": "world_info", "hexx": ""}]})", "unknown member \"hexx\""},
+      {R"({"record": []})", "unknown member \"record\""},
+      {R"({"lists": [{"node": "world"}]})", "lists[0]: needs"},
+      {R"({"devinfo": [{"function": [0, 0, 0], "hex": ""}]})", "devinfo[0]"},
+      {R"({"devinfo": [{"function": [0, 0, 0, 0], "hex": ")" "00" "\"}, {\"function\": [0, 0, 0, 0], \"status\": 1}]}",
+       "devinfo[1]: duplicate"},
+      {R"({"sets": [{"node": "world", "status": "xyz"}]})", "sets[0]: bad status"},
+      {R"({"zifcache": 2})", "unsupported"},
+      {R"([1, 2)", "not valid JSON"},
+   };
+   for (const Case &c : cases) {
+      try {
+         zif::packJson(c.json);
+         ADD_FAILURE() << "accepted: " << c.json;
+      } catch (const zif::FormatError &e) {
+         EXPECT_NE(std::string(e.what()).find(c.message), std::string::npos) << e.what() << "\nfor " << c.json;
+      }
+   }
+
+   // Duplicates across documents name both.
+   zif::JsonPacker packer;
+   packer.add(R"({"sets": [{"node": "world", "input": [1]}]})", "one.json");
+   packer.add(R"({"sets": [{"node": "world", "input": [1], "status": 1}]})", "two.json");
+   try {
+      zif::snapshotBytes(packer.finish());
+      ADD_FAILURE() << "duplicate accepted";
+   } catch (const zif::FormatError &e) {
+      EXPECT_NE(std::string(e.what()).find("two.json: sets[0]"), std::string::npos) << e.what();
+      EXPECT_NE(std::string(e.what()).find("one.json: sets[0]"), std::string::npos) << e.what();
+   }
+}
+
+// Catches mistakes in the .def files early: every field inside its record,
+// integer widths matching their kinds, names unique.
+TEST(Layouts, TableIsConsistent) {
+   std::vector<std::string_view> nodes;
+   for (const zif::RecordLayout &r : zif::allLayouts()) {
+      SCOPED_TRACE(std::string(r.node));
+      nodes.push_back(r.node);
+      std::vector<std::string_view> names;
+      for (const zif::FieldLayout &f : r.fields) {
+         names.push_back(f.name);
+         EXPECT_LE(uint64_t{f.offset} + f.width, r.length) << f.name;
+         static constexpr uint32_t kWidth[] = {1, 2, 4, 8, 1, 2, 4, 8};
+         if (zif::isInteger(f.kind)) {
+            EXPECT_EQ(f.width, kWidth[static_cast<int>(f.kind)]) << f.name;
+         } else {
+            EXPECT_GE(f.width, 1u) << f.name;
+         }
+      }
+      std::sort(names.begin(), names.end());
+      EXPECT_EQ(std::adjacent_find(names.begin(), names.end()), names.end()) << "duplicate field name";
+   }
+   std::sort(nodes.begin(), nodes.end());
+   EXPECT_EQ(std::adjacent_find(nodes.begin(), nodes.end()), nodes.end()) << "node with two layouts";
+   EXPECT_NE(zif::findLayout("hardware_chipset_rtc"), nullptr);
+}
+
+// The example in the format documentation stays valid.
+TEST(Docs, ExamplePacks) {
+   std::ifstream in(DOCS_FORMAT_PATH);
+   std::string doc{std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>()};
+   size_t begin = doc.find("```json\n");
+   ASSERT_NE(begin, std::string::npos);
+   begin += 8;
+   size_t end = doc.find("```", begin);
+   ASSERT_NE(end, std::string::npos);
+   EXPECT_NO_THROW(zif::packJson(doc.substr(begin, end - begin)));
+}
+
+// Files above the whole-mapping limit are mapped piece by piece; entries on
+// either side of a large blob and a full check still read correctly.
+TEST_F(Damage, LargeFilesAreReadThroughPartialMappings) {
+   std::vector<uint8_t> blob((zif::MappedFile::kWholeLimit) + 12345, 0x5a);
+   const uint8_t first[] = {'a', 0}, last[] = {'z', 0};
+   std::vector<zif::RawEntry> entries = {
+      {EntryKind::Record, "world_name", zif::encodeKeys({zif::Key::ofInt(1)}), 0, std::span(first), {}},
+      {EntryKind::Data, "system_bootOptionFiles_content", zif::encodeKeys({zif::Key::ofText("big")}), 0, blob, {}},
+      {EntryKind::DevInfo, {}, zif::encodeKeys({zif::Key::ofInt(0), zif::Key::ofInt(0), zif::Key::ofInt(0), zif::Key::ofInt(0)}), 1, {}, {}},
+      {EntryKind::SetAny, "world_name", "", 0, std::span(last), {}},
+   };
+   std::string path = dir.file("large.zifc");
+   zif::Signature sig{zif::librarySignatureDigest(), zif::libraryBuildDate()};
+   zif::writeFileAtomic(path, [&](zif::Sink &sink) { zif::writeRaw(sig, {}, {}, entries, sink); });
+
+   zif::MappedFile file;
+   ASSERT_EQ(file.open(path), ZLC_OK);
+   zif::Reader reader;
+   ASSERT_EQ(reader.open(file), ZLC_OK);
+   EXPECT_EQ(reader.verifyAll(), ZLC_OK);
+
+   ASSERT_EQ(ZIF_UseCache(path.c_str(), 0), ZLC_OK);
+   ZIF_ParamList *q = ZIF_ParamListCreate(1, 1);
+   ZIF_ParamListAddString(q, "big");
+   uint32_t request[2] = {static_cast<uint32_t>(blob.size() - 3), 100};
+   ZIFData *in = ZIFData_Create(8, request, 8);
+   ZIFData *out = ZIFData_Create(100, nullptr, 0);
+   ASSERT_EQ(ZIF_SetData(ZIF_NODE_system_bootOptionFiles_content.number, q, in, out), ZLC_OK);
+   EXPECT_EQ(out->length, 3u);
+   EXPECT_EQ(out->bytes[2], 0x5a);
+   char answer[2] = {};
+   EXPECT_EQ(ZIF_Set(ZIF_NODE_world_name.number, nullptr, nullptr, answer, 2), ZLC_OK);
+   EXPECT_EQ(answer[0], 'z');
+   ZIFData_Destroy(in);
+   ZIFData_Destroy(out);
+   ZIF_ParamListDestroy(q);
+}

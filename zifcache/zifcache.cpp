@@ -1,0 +1,133 @@
+// zifcache: packs JSON documents into a snapshot file, dumps a snapshot as
+// JSON, and checks a snapshot's checksums and structure.
+//
+//   zifcache pack IN.json [IN2.json ...] OUT
+//   zifcache dump IN
+//   zifcache check IN
+#include "mapped_file.h"
+#include "snapshot_format.h"
+#include "snapshot_json.h"
+
+#include <CLI/CLI.hpp>
+
+#include <cstdio>
+#include <fstream>
+#include <iostream>
+#include <sstream>
+
+namespace {
+
+bool readFile(const std::string &path, std::string &out) {
+   std::ifstream in(path, std::ios::binary);
+   if (!in) return false;
+   std::ostringstream ss;
+   ss << in.rdbuf();
+   out = ss.str();
+   return !in.bad();
+}
+
+int pack(const std::vector<std::string> &args) {
+   if (args.size() < 2) {
+      std::cerr << "zifcache pack: need at least one JSON file and the output file\n";
+      return 1;
+   }
+   const std::string &outPath = args.back();
+   zif::JsonPacker packer;
+   try {
+      for (size_t i = 0; i + 1 < args.size(); i++) {
+         std::string text;
+         if (!readFile(args[i], text)) {
+            std::cerr << "zifcache pack: cannot read " << args[i] << "\n";
+            return 1;
+         }
+         packer.add(text, args[i]);
+      }
+      zif::Snapshot snapshot = packer.finish();
+      // Refuse duplicates before the output file is created.
+      zif::VectorSink check;
+      zif::writeSnapshot(snapshot, check);
+      zif::writeFileAtomic(outPath, [&](zif::Sink &sink) { sink.write(check.data); });
+   } catch (const std::exception &ex) {
+      std::cerr << "zifcache pack: " << ex.what() << "\n";
+      return 1;
+   }
+   return 0;
+}
+
+// Opens a snapshot for dump and check; prints the problem when it fails.
+bool openSnapshot(const std::string &path, zif::MappedFile &file, zif::Reader &reader, const char *verb) {
+   std::string error;
+   if (file.open(path, &error) != ZLC_OK) {
+      std::cerr << "zifcache " << verb << ": " << path << ": " << error << "\n";
+      return false;
+   }
+   zif::Problem problem;
+   if (reader.open(file, &problem) != ZLC_OK) {
+      std::cerr << "zifcache " << verb << ": " << path << ": " << problem.message << " (offset " << problem.offset
+                << "): " << ZLC_ReturnStatusToString(problem.status) << "\n";
+      return false;
+   }
+   return true;
+}
+
+int dump(const std::string &path) {
+   zif::MappedFile file;
+   zif::Reader reader;
+   if (!openSnapshot(path, file, reader, "dump")) return 1;
+   zif::Snapshot model;
+   zif::Problem problem;
+   if (reader.toModel(model, &problem) != ZLC_OK) {
+      std::cerr << "zifcache dump: " << path << ": " << problem.message << " (offset " << problem.offset << ")\n";
+      return 1;
+   }
+   std::cout << zif::dumpJson(model);
+   return std::cout.good() ? 0 : 1;
+}
+
+int check(const std::string &path) {
+   zif::MappedFile file;
+   zif::Reader reader;
+   if (!openSnapshot(path, file, reader, "check")) return 1;
+   zif::Problem problem;
+   if (reader.verifyAll(&problem) != ZLC_OK) {
+      std::cerr << "zifcache check: " << path << ": " << problem.message << " (offset " << problem.offset
+                << "): " << ZLC_ReturnStatusToString(problem.status) << "\n";
+      return 1;
+   }
+   size_t counts[7] = {};
+   for (size_t i = 0; i < reader.size(); i++) counts[static_cast<size_t>(reader.entry(i).kind)]++;
+   std::printf("%s: ok, %zu bytes: %zu lists, %zu records, %zu data, %zu devinfo, %zu sets; signed %s",
+               path.c_str(), static_cast<size_t>(file.size()), counts[1], counts[2], counts[3], counts[4], counts[5] + counts[6],
+               reader.signature().date.c_str());
+   const zif::Meta &meta = reader.meta();
+   if (meta.present) {
+      std::printf("; captured %s on %s by %s", meta.captured.c_str(), meta.host.c_str(), meta.by.c_str());
+   }
+   std::printf("\n");
+   return 0;
+}
+
+} // namespace
+
+int main(int argc, char **argv) {
+   CLI::App app{"zifcache: pack, dump and check sysinfo snapshot files"};
+   app.require_subcommand(1);
+
+   std::vector<std::string> packArgs;
+   auto *packCmd = app.add_subcommand("pack", "Build a snapshot from JSON documents: pack IN.json [IN2.json ...] OUT");
+   packCmd->add_option("files", packArgs, "JSON inputs followed by the output file")->required()->expected(2, -1);
+
+   std::string dumpPath;
+   auto *dumpCmd = app.add_subcommand("dump", "Print a snapshot in its JSON form");
+   dumpCmd->add_option("snapshot", dumpPath, "Snapshot file")->required();
+
+   std::string checkPath;
+   auto *checkCmd = app.add_subcommand("check", "Verify every checksum and the structure of a snapshot");
+   checkCmd->add_option("snapshot", checkPath, "Snapshot file")->required();
+
+   CLI11_PARSE(app, argc, argv);
+
+   if (*packCmd) return pack(packArgs);
+   if (*dumpCmd) return dump(dumpPath);
+   return check(checkPath);
+}
