@@ -118,8 +118,11 @@ class PkillLive : public testing::Test {
       std::string records;
       for (const auto &[id, name, commandLine] : cartels) {
          const std::string key = std::to_string(id);
+         const std::string unsignedKey = std::to_string(static_cast<std::uint32_t>(id));
          instances += (instances.empty() ? "" : ", ") + key;
          records += ",\n {\"node\": \"world_name\", \"keys\": [" + key + "], \"text\": \"" + name + "\"}";
+         records += ",\n {\"node\": \"world_info\", \"keys\": [" + key + "], \"fields\": {\"worldId\": " + unsignedKey +
+                    ", \"cartelId\": " + unsignedKey + "}}";
          records += ",\n {\"node\": \"userworld_cartel_cmdline\", \"keys\": [" + key + "], \"text\": \"" +
                     commandLine + "\"}";
       }
@@ -140,7 +143,7 @@ class PkillLive : public testing::Test {
    // The signal that ended the child, 0 while it lives on (after a grace
    // period for the signal to arrive).
    int EndingSignal(pid_t child) {
-      for (int attempt = 0; attempt < 200; ++attempt) {
+      for (int attempt = 0; attempt < 50; ++attempt) {
          int status = 0;
          if (waitpid(child, &status, WNOHANG) == child) {
             std::erase(children_, child);
@@ -216,6 +219,20 @@ TEST_F(PkillLive, RefusedKillEndsAtOnceWithBothMessages) {
    EXPECT_EQ(run.err, "pkill: failed to kill init (1): Operation not permitted\npkill: " +
                          std::string(ZLC_ReturnStatusToString(ZLC_FAILURE)) + "\n");
    EXPECT_EQ(EndingSignal(later), 0);
+}
+
+}  // namespace
+
+namespace {
+
+// The test itself is the parent of the command it starts.
+TEST_F(PkillLive, PidofOmitsItsParentProcess) {
+   const std::string host = Host({{getpid(), "runner", "/usr/bin/runner"}, {2147483646, "runner", "/opt/runner"}});
+   ToolRun run = RunTool(zlcziftools_, {"pidof", "-o", "%PPID", "runner"}, dir_, host.c_str());
+   EXPECT_EQ(run.status, 0) << run.err;
+   EXPECT_EQ(run.out, "2147483646 \n");
+   run = RunTool(zlcziftools_, {"pidof", "runner"}, dir_, host.c_str());
+   EXPECT_EQ(run.out, std::to_string(getpid()) + " 2147483646 \n");
 }
 
 }  // namespace
