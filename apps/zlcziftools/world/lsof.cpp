@@ -1,4 +1,138 @@
-// lsof: not built yet; its row in the command table runs this until it is.
+// lsof: every cartel's working directory, open descriptors and memory
+// mappings (those of mapping kind 2), one line each.
+//
+// Only the first argument counts: --help (or any part of it) prints the usage
+// text; --file=TEXT keeps the lines whose path or description contains TEXT
+// (case-sensitive; never the world name or the type). The exit status is the
+// status of the sysinfo call that ended the listing, else 0. A snapshot file
+// is listed like the live host.
+#include <cstdint>
+#include <cstdio>
+#include <optional>
+#include <string>
+#include <string_view>
+
+#include "lsofargs.h"
+#include "records.h"
+#include "sysinfo.h"
 #include "ziftools.h"
 
-int LsofMain(int, char **) { return NotBuiltYet("lsof"); }
+namespace {
+
+constexpr char kUsage[] =
+   "Usage:\n"
+   "\t --help print this message\n"
+   "\t --file=name <name of file to filter for>\n";
+
+constexpr char kLineFormat[] = "%-10d  %-20s  %-20s   %6d   %s\n";
+constexpr char kMappingFormat[] = "%-10d  %-20s  %-20s   %6d   %s (prot:%s%s/len:%u)\n";
+constexpr std::uint32_t kListedMappingKind = 2;
+constexpr std::int32_t kNoDescriptor = -1;
+
+struct Lister {
+   std::optional<std::string_view> filter;
+   ZIF_ParamList *query = nullptr;
+   std::int32_t cartelId = 0;
+   std::string worldName;
+
+   bool Passes(std::string_view text) const { return !filter || text.find(*filter) != std::string_view::npos; }
+
+   void PrintWorkingDirectory() const {
+      rec::userworld_cartel_fd_cwd cwd;
+      if (sysinfo::GetRecord(cwd, query) != 0 || !Passes(cwd.path())) {
+         return;
+      }
+      std::printf(kLineFormat, cartelId, worldName.c_str(), "cwd", kNoDescriptor, std::string(cwd.path()).c_str());
+   }
+
+   // Returns the status that ends the listing, else 0.
+   ZLC_ReturnStatus PrintDescriptors() const {
+      sysinfo::InstanceList descriptors;
+      if (descriptors.Fetch(sysinfo::Node(ZIF_NODE_userworld_cartel_fd_fds), query) != 0) {
+         return 0;
+      }
+      rec::userworld_cartel_fd_fds record;
+      for (int index = 0; index < descriptors.Count(); ++index) {
+         const auto number = static_cast<std::int32_t>(ZIF_ParamGetInt(descriptors.At(index)));
+         const ZLC_ReturnStatus status = ZIF_ParamListAddInt(query, number);
+         if (status != 0) {
+            std::puts("failed to add fd to ZIF parameter list");
+            return status;
+         }
+         if (sysinfo::GetRecord(record, query) == 0 && Passes(record.description())) {
+            std::printf(kLineFormat, cartelId, worldName.c_str(), std::string(record.type()).c_str(), number,
+                        std::string(record.description()).c_str());
+         }
+         ZIF_ParamListRemoveLastParam(query);
+      }
+      return 0;
+   }
+
+   ZLC_ReturnStatus PrintMappings() const {
+      sysinfo::InstanceList mappings;
+      if (mappings.Fetch(sysinfo::Node(ZIF_NODE_userworld_cartel_mem_mmaps), query) != 0) {
+         return 0;
+      }
+      rec::userworld_cartel_mem_mmaps record;
+      for (int index = 0; index < mappings.Count(); ++index) {
+         const ZLC_ReturnStatus status = ZIF_ParamListAddInt(query, ZIF_ParamGetInt(mappings.At(index)));
+         if (status != 0) {
+            std::puts("failed to add mmap to ZIF parameter list");
+            return status;
+         }
+         if (sysinfo::GetRecord(record, query) == 0 && record.kind() == kListedMappingKind &&
+             Passes(record.name())) {
+            const std::uint32_t prot = record.prot();
+            std::printf(kMappingFormat, cartelId, worldName.c_str(), "MMAP", record.fd(),
+                        std::string(record.name()).c_str(), (prot & 1) != 0 ? "R" : "-", (prot & 2) != 0 ? "W" : "-",
+                        record.length());
+         }
+         ZIF_ParamListRemoveLastParam(query);
+      }
+      return 0;
+   }
+};
+
+}  // namespace
+
+int LsofMain(int argc, char **argv) {
+   const world::LsofArgument argument = world::ParseLsofArgument(argc >= 2 ? argv[1] : nullptr);
+   if (argument.usage) {
+      std::fputs(kUsage, stdout);
+      return 0;
+   }
+   sysinfo::ParamListPtr query = sysinfo::MakeQueryList();
+   if (!query) {
+      std::fputs("WalkWorldList: Not enough memory\n", stderr);
+      return 0;
+   }
+   sysinfo::InstanceList cartels;
+   const ZLC_ReturnStatus status = cartels.Fetch(sysinfo::Node(ZIF_NODE_userworld_cartel), nullptr);
+   if (status != 0) {
+      std::fprintf(stderr, "WalkWorldList: error fetching world list 0x%x\n", status);
+      return static_cast<int>(status);
+   }
+   std::puts("Cartel    |      World name     |        Type         |   fd   |  Description     ");
+   std::puts("----------+---------------------+---------------------+--------+------------------");
+
+   Lister lister{argument.filter, query.get(), 0, {}};
+   ZLC_ReturnStatus failure = 0;
+   const sysinfo::WalkResult walk = sysinfo::ForEachInstance(cartels, query.get(), [&](ZIF_Param *key, int) {
+      lister.cartelId = static_cast<std::int32_t>(ZIF_ParamGetInt(key));
+      rec::world_name name;
+      if (sysinfo::GetRecord(name, query.get()) != 0) {
+         return sysinfo::Visit::Next;
+      }
+      lister.worldName = name.name();
+      lister.PrintWorkingDirectory();
+      failure = lister.PrintDescriptors();
+      if (failure == 0) {
+         failure = lister.PrintMappings();
+      }
+      return failure == 0 ? sysinfo::Visit::Next : sysinfo::Visit::Stop;
+   });
+   if (walk.KeyCopyFailed()) {
+      return static_cast<int>(ZLC_FAILURE);
+   }
+   return static_cast<int>(failure);
+}

@@ -1,4 +1,160 @@
-// pkill: not built yet; its row in the command table runs this until it is.
+// pkill: sends a signal (15 unless the first argument names one, as -9, -KILL
+// or -IOT) to the cartels whose world name (or with -f command line) matches
+// each of the given extended regular expressions.
+//
+// Refuses to run on a snapshot file. Never signals its own process, nor an ID
+// of 0 or below (kernel data saying so is passed over like a cartel that has
+// gone). Signal names are case-sensitive and without the SIG prefix, so -kill
+// and -SIGKILL are options (and rejected), as is -0.
+#include <unistd.h>
+
+#include <cerrno>
+#include <signal.h>
+#include <cstdint>
+#include <cstdio>
+#include <cstring>
+#include <string>
+
+#include "cartels.h"
+#include "signals.h"
+#include "sysinfo.h"
 #include "ziftools.h"
 
-int PkillMain(int, char **) { return NotBuiltYet("pkill"); }
+namespace {
+
+constexpr char kUsageLine[] = "Usage: pkill [-SIGNAL] [PATTERN]\n";
+constexpr char kShortOptions[] = "fh";
+constexpr std::int32_t kDefaultSignal = 15;
+constexpr std::uint32_t kLargestSignal = 63;
+
+enum Status { kSignalled = 0, kNoneSignalled = 1, kUsageError = 2, kCacheMode = 3 };
+
+struct PatternResult {
+   bool ok = true;
+   int status = kNoneSignalled;  // the exit status when not ok
+   bool signalled = false;
+};
+
+int SysinfoFailure(ZLC_ReturnStatus status) {
+   std::fprintf(stderr, "pkill: %s\n", ZLC_ReturnStatusToString(status));
+   return kNoneSignalled;
+}
+
+// Signals the cartels matching one pattern.
+PatternResult SignalMatches(const char *patternText, bool commandLine, int signal) {
+   PatternResult result;
+   world::Pattern pattern;
+   std::string error;
+   if (!pattern.Compile(patternText, error)) {
+      std::fprintf(stderr, "pkill: %s\n", error.c_str());
+      return {false, kUsageError, false};
+   }
+   sysinfo::ParamListPtr query = sysinfo::MakeQueryList();
+   if (!query) {
+      return {false, SysinfoFailure(ZLC_NO_MEMORY), false};
+   }
+   sysinfo::InstanceList cartels;
+   ZLC_ReturnStatus status = cartels.Fetch(sysinfo::Node(ZIF_NODE_userworld_cartel), nullptr);
+   if (status != 0) {
+      return {false, SysinfoFailure(status), false};
+   }
+   const std::int32_t self = static_cast<std::int32_t>(getpid());
+   std::string text;
+   const sysinfo::WalkResult walk = sysinfo::ForEachInstance(cartels, query.get(), [&](ZIF_Param *, int index) {
+      const ZLC_ReturnStatus readStatus = world::ReadCartelText(query.get(), commandLine, text);
+      if (world::IsSkipStatus(readStatus)) {
+         return sysinfo::Visit::Next;
+      }
+      if (readStatus != 0) {
+         status = readStatus;
+         return sysinfo::Visit::Stop;
+      }
+      if (!pattern.Matches(text)) {
+         return sysinfo::Visit::Next;
+      }
+      std::int32_t id = 0;
+      status = ZIF_ParamListGetInt32(cartels.Get(), index, &id);
+      if (status != 0) {
+         return sysinfo::Visit::Stop;
+      }
+      if (id <= 0 || id == self) {
+         return sysinfo::Visit::Next;
+      }
+      result.signalled = true;
+      if (kill(id, signal) != 0 && errno != ESRCH) {
+         std::fprintf(stderr, "pkill: failed to kill %s (%d): %s\n", text.c_str(), id, std::strerror(errno));
+         status = ZLC_FAILURE;
+         return sysinfo::Visit::Stop;
+      }
+      return sysinfo::Visit::Next;
+   });
+   if (walk.KeyCopyFailed()) {
+      status = ZLC_FAILURE;
+   }
+   if (!walk.Completed()) {
+      return {false, SysinfoFailure(status), result.signalled};
+   }
+   return result;
+}
+
+// Removes argv[index], moving the later arguments down.
+void RemoveArgument(int &argc, char **argv, int index) {
+   for (int i = index; i < argc; ++i) {
+      argv[i] = argv[i + 1];
+   }
+   --argc;
+}
+
+}  // namespace
+
+int PkillMain(int argc, char **argv) {
+   if (gZifCacheMode) {
+      std::fputs("Using ZIF cache is unsupported\n", stderr);
+      return kCacheMode;
+   }
+   if (argc < 2) {
+      std::fputs("pkill: No matching criteria specified\n", stderr);
+      std::fputs(kUsageLine, stdout);
+      return 0;
+   }
+   std::int32_t signal = world::SignalFromArgument(argv[1]);
+   if (signal != 0) {
+      RemoveArgument(argc, argv, 1);
+      if (static_cast<std::uint32_t>(signal) > kLargestSignal) {
+         std::fprintf(stderr, "pkill: invalid signal %d\n", signal);
+         std::fputs(kUsageLine, stdout);
+         return kUsageError;
+      }
+   } else {
+      signal = kDefaultSignal;
+   }
+   bool commandLine = false;
+   int option;
+   while ((option = getopt(argc, argv, kShortOptions)) != -1) {
+      switch (option) {
+         case 'f':
+            commandLine = true;
+            break;
+         case 'h':
+            std::fputs(kUsageLine, stdout);
+            return 0;
+         default:
+            std::fputs(kUsageLine, stdout);
+            return kUsageError;
+      }
+   }
+   if (optind == argc) {
+      std::fputs("pkill: pattern not specified\n", stderr);
+      std::fputs(kUsageLine, stdout);
+      return 0;
+   }
+   bool signalled = false;
+   for (int index = optind; index < argc; ++index) {
+      const PatternResult result = SignalMatches(argv[index], commandLine, signal);
+      if (!result.ok) {
+         return result.status;
+      }
+      signalled = signalled || result.signalled;
+   }
+   return signalled ? kSignalled : kNoneSignalled;
+}

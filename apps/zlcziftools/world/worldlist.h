@@ -1,0 +1,114 @@
+// The world tree collection behind ps: every world with its name, info,
+// scheduler and command-line records and the zombie children of cartels,
+// gathered into one flat list, with the userspace roots and the tree links.
+#pragma once
+
+#include <array>
+#include <cstdint>
+#include <string>
+#include <vector>
+
+#include "records.h"
+
+namespace world {
+
+// The ps display flags, set by ps's options.
+enum PsFlag : std::uint32_t {
+   kShowGid = 0x1,
+   kShowPcid = 0x2,
+   kShowType = 0x4,
+   kShowState = 0x8,
+   kShowTime = 0x10,
+   kVerbose = 0x20,
+   kShowCommand = 0x40,
+   kOnlyUserworlds = 0x80,
+   kShowGroups = 0x100,
+   kOnlyCartels = 0x200,
+   kShowSecurityDomain = 0x400,
+   kShowUserspace = 0x800,
+   kTree = 0x1000,
+   kSummary = 0x2000,
+   kShowNChildren = 0x4000,
+   kShowNThreads = 0x8000,
+   kZombies = 0x10000,
+};
+
+// The type flag bit that marks a clone (a thread of a cartel).
+constexpr std::uint32_t kCloneType = 32;
+
+// A reference to another entry of the flat list: its index, or kNone.
+using EntryRef = std::int32_t;
+constexpr EntryRef kNone = -1;
+
+// One collected world, or one zombie child of a cartel. Only the parts of the
+// scheduler records that are printed are kept, so that very many worlds fit.
+struct WorldEntry {
+   bool schedValid = false;
+   rec::world_info info;
+   std::string name;
+   std::uint32_t runState = 0;
+   std::uint32_t waitState = 0;
+   std::uint64_t usedTime = 0;
+   std::string affinity;
+   std::string commandLine;  // empty for worlds without a cartel
+   std::int32_t nChildren = 0;
+   std::int32_t nThreads = 1;
+   std::int32_t printedChildren = 0;
+   EntryRef nextSibling = kNone;
+   EntryRef firstChild = kNone;
+   EntryRef lastChild = kNone;  // the end of the child chain, so linking appends in constant time
+   EntryRef parent = kNone;
+   std::vector<WorldEntry> zombies;  // emptied into the flat list after the walk
+   bool zombie = false;
+};
+
+// Userspace IDs 1 to 127 have a slot; slot n - 1 holds userspace n's root.
+constexpr std::size_t kUserspaceSlots = 128;
+constexpr std::uint32_t kLargestUserspace = 127;
+using UserspaceRoots = std::array<EntryRef, kUserspaceSlots>;
+
+// What one ps run collects and the printing routines read.
+struct PsState {
+   std::uint32_t flags = 0;
+   std::uint32_t requestedUserspace = 0;  // 0: all userspaces
+   std::uint32_t largestWorldId = 0;
+   std::int32_t widestWorldName = 0;
+   std::int32_t deepestDepth = 0;
+
+   bool Has(std::uint32_t flag) const { return (flags & flag) != 0; }
+};
+
+// Collects the worlds and prints the flat table or the userspace trees.
+// Returns false when the collection failed (nothing was printed then) and
+// after the report that the requested userspace is not running.
+bool WorldList(PsState &state);
+
+// Links every cartel entry under the first entry (in flat-list order) whose
+// world ID is its parent ID, appending it to that parent's child chain. A link
+// to the entry itself, or one that would close a cycle of parents, is not
+// made, so every chain of parents ends. Linear in the number of entries.
+void LinkTree(std::vector<WorldEntry> &flat);
+
+// Visits the tree below root in printing order (an entry, then the trees of
+// its children along the sibling chain) with each entry's depth below root,
+// without recursion, so that trees of any depth can be walked.
+template <typename Visitor>
+void ForEachInTreeOrder(const std::vector<WorldEntry> &flat, EntryRef root, Visitor &&visit) {
+   visit(root, 0);
+   std::vector<EntryRef> path;  // the entry being visited at each depth below root
+   path.push_back(flat[static_cast<std::size_t>(root)].firstChild);
+   while (!path.empty()) {
+      const EntryRef current = path.back();
+      if (current == kNone) {
+         path.pop_back();
+         if (!path.empty()) {
+            path.back() = flat[static_cast<std::size_t>(path.back())].nextSibling;
+         }
+         continue;
+      }
+      visit(current, static_cast<std::int32_t>(path.size()));
+      path.push_back(flat[static_cast<std::size_t>(current)].firstChild);
+   }
+}
+
+}  // namespace world

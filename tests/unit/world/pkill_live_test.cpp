@@ -1,0 +1,238 @@
+// pkill on a simulated host whose cartels are real child processes of this
+// test: the matching ones receive the signal, the others live on, and IDs
+// that are not processes of ours are never signalled.
+#include <fcntl.h>
+#include <gtest/gtest.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <chrono>
+#include <csignal>
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
+#include <iterator>
+#include <string>
+#include <thread>
+#include <tuple>
+#include <vector>
+
+#include "zellibs.h"
+
+namespace {
+
+namespace fs = std::filesystem;
+
+// The build puts every executable into <build>/bin; the tests may live there
+// or in <build>/tests.
+fs::path FindTool(const char *name, const char *overrideVariable) {
+   if (const char *path = std::getenv(overrideVariable)) {
+      return path;
+   }
+   const fs::path self = fs::read_symlink("/proc/self/exe").parent_path();
+   for (const fs::path &candidate : {self / name, self.parent_path() / "bin" / name}) {
+      if (fs::exists(candidate)) {
+         return candidate;
+      }
+   }
+   return {};
+}
+
+struct ToolRun {
+   int status = -1;
+   std::string out;
+   std::string err;
+};
+
+std::string ReadFile(const fs::path &path) {
+   std::ifstream in(path, std::ios::binary);
+   return {std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>()};
+}
+
+ToolRun RunTool(const fs::path &tool, std::vector<std::string> args, const fs::path &dir, const char *simulator) {
+   const fs::path out = dir / "out.txt";
+   const fs::path err = dir / "err.txt";
+   const pid_t child = fork();
+   if (child == 0) {
+      const int outFd = open(out.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0600);
+      const int errFd = open(err.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0600);
+      dup2(outFd, 1);
+      dup2(errFd, 2);
+      if (simulator != nullptr) {
+         setenv("ZLC_SIMULATOR", simulator, 1);
+      } else {
+         unsetenv("ZLC_SIMULATOR");
+      }
+      std::vector<char *> argv;
+      argv.push_back(const_cast<char *>(tool.c_str()));
+      for (std::string &arg : args) {
+         argv.push_back(arg.data());
+      }
+      argv.push_back(nullptr);
+      execv(tool.c_str(), argv.data());
+      _exit(127);
+   }
+   ToolRun run;
+   int status = 0;
+   waitpid(child, &status, 0);
+   run.status = WIFEXITED(status) ? WEXITSTATUS(status) : -1;
+   run.out = ReadFile(out);
+   run.err = ReadFile(err);
+   return run;
+}
+
+class PkillLive : public testing::Test {
+ protected:
+   void SetUp() override {
+      zlcziftools_ = FindTool("zlcziftools", "ZIF_ZLCZIFTOOLS");
+      zifcache_ = FindTool("zifcache", "ZIF_ZIFCACHE");
+      ASSERT_FALSE(zlcziftools_.empty()) << "zlcziftools not found beside the test";
+      ASSERT_FALSE(zifcache_.empty()) << "zifcache not found beside the test";
+      char pattern[] = "/tmp/pkill-live-XXXXXX";
+      ASSERT_NE(mkdtemp(pattern), nullptr);
+      dir_ = pattern;
+   }
+
+   void TearDown() override {
+      for (pid_t child : children_) {
+         kill(child, SIGKILL);
+         waitpid(child, nullptr, 0);
+      }
+      fs::remove_all(dir_);
+   }
+
+   pid_t StartSleeper() {
+      const pid_t child = fork();
+      if (child == 0) {
+         execlp("sleep", "sleep", "300", static_cast<char *>(nullptr));
+         _exit(127);
+      }
+      children_.push_back(child);
+      return child;
+   }
+
+   // A simulated host whose cartels carry the given IDs, world names and
+   // command lines.
+   std::string Host(const std::vector<std::tuple<long, std::string, std::string>> &cartels) {
+      std::string instances;
+      std::string records;
+      for (const auto &[id, name, commandLine] : cartels) {
+         const std::string key = std::to_string(id);
+         const std::string unsignedKey = std::to_string(static_cast<std::uint32_t>(id));
+         instances += (instances.empty() ? "" : ", ") + key;
+         records += ",\n {\"node\": \"world_name\", \"keys\": [" + key + "], \"text\": \"" + name + "\"}";
+         records += ",\n {\"node\": \"world_info\", \"keys\": [" + key + "], \"fields\": {\"worldId\": " + unsignedKey +
+                    ", \"cartelId\": " + unsignedKey + "}}";
+         records += ",\n {\"node\": \"userworld_cartel_cmdline\", \"keys\": [" + key + "], \"text\": \"" +
+                    commandLine + "\"}";
+      }
+      const fs::path json = dir_ / "host.json";
+      std::ofstream(json) << "{\"zifcache\": 1,\n \"lists\": [{\"node\": \"userworld_cartel\", \"instances\": ["
+                          << instances << "]}],\n \"records\": [" << records.substr(1) << "]}\n";
+      const fs::path packed = dir_ / "host.zifc";
+      const ToolRun pack = RunTool(zifcache_, {"pack", json.string(), packed.string()}, dir_, nullptr);
+      EXPECT_EQ(pack.status, 0) << pack.err;
+      return packed.string();
+   }
+
+   ToolRun Pkill(const std::string &host, std::vector<std::string> args) {
+      args.insert(args.begin(), "pkill");
+      return RunTool(zlcziftools_, args, dir_, host.c_str());
+   }
+
+   // The signal that ended the child, 0 while it lives on (after a grace
+   // period for the signal to arrive).
+   int EndingSignal(pid_t child) {
+      for (int attempt = 0; attempt < 50; ++attempt) {
+         int status = 0;
+         if (waitpid(child, &status, WNOHANG) == child) {
+            std::erase(children_, child);
+            return WIFSIGNALED(status) ? WTERMSIG(status) : -1;
+         }
+         std::this_thread::sleep_for(std::chrono::milliseconds(10));
+      }
+      return 0;
+   }
+
+   fs::path zlcziftools_;
+   fs::path zifcache_;
+   fs::path dir_;
+   std::vector<pid_t> children_;
+};
+
+TEST_F(PkillLive, SignalsTheMatchingCartelsOnly) {
+   const pid_t doomed1 = StartSleeper();
+   const pid_t spared = StartSleeper();
+   const pid_t doomed2 = StartSleeper();
+   const std::string host =
+      Host({{doomed1, "doomed", "/bin/sleep 300"}, {spared, "spared", "/bin/sleep 300"}, {doomed2, "doomed", "x"}});
+   const ToolRun run = Pkill(host, {"^doomed$"});
+   EXPECT_EQ(run.status, 0) << run.err;
+   EXPECT_EQ(run.out, "");
+   EXPECT_EQ(run.err, "");
+   EXPECT_EQ(EndingSignal(doomed1), SIGTERM);
+   EXPECT_EQ(EndingSignal(doomed2), SIGTERM);
+   EXPECT_EQ(EndingSignal(spared), 0);
+}
+
+TEST_F(PkillLive, SignalByNameOrNumberAndMatchOnCommandLines) {
+   const pid_t first = StartSleeper();
+   const pid_t second = StartSleeper();
+   const pid_t third = StartSleeper();
+   const std::string host = Host({{first, "a", "/usr/bin/job --mode=batch"},
+                                  {second, "b", "/usr/bin/job --mode=live"},
+                                  {third, "batch", "/usr/bin/other"}});
+   ToolRun run = Pkill(host, {"-KILL", "-f", "mode=batch"});
+   EXPECT_EQ(run.status, 0) << run.err;
+   EXPECT_EQ(EndingSignal(first), SIGKILL);
+   EXPECT_EQ(EndingSignal(third), 0);
+
+   run = Pkill(host, {"-1", "live", "^b$"});
+   EXPECT_EQ(run.status, 0) << run.err;
+   EXPECT_EQ(EndingSignal(second), SIGHUP);
+   EXPECT_EQ(EndingSignal(third), 0);
+}
+
+// SIGCONT keeps these cases harmless should an ID ever reach kill().
+TEST_F(PkillLive, IdsOfZeroOrBelowAreNeverSignalled) {
+   const std::string host = Host({{0, "ghost", "g"}, {-1, "ghost", "g"}});
+   const ToolRun run = Pkill(host, {"-CONT", "ghost"});
+   EXPECT_EQ(run.status, 1);
+   EXPECT_EQ(run.err, "");
+}
+
+TEST_F(PkillLive, VanishedProcessCountsAsSignalledSilently) {
+   const std::string host = Host({{2147483646, "gone", "g"}});
+   const ToolRun run = Pkill(host, {"-CONT", "gone"});
+   EXPECT_EQ(run.status, 0);
+   EXPECT_EQ(run.err, "");
+}
+
+TEST_F(PkillLive, RefusedKillEndsAtOnceWithBothMessages) {
+   if (geteuid() == 0) {
+      GTEST_SKIP() << "root may signal any process";
+   }
+   const pid_t later = StartSleeper();
+   const std::string host = Host({{1, "init", "/sbin/init"}, {later, "init", "x"}});
+   const ToolRun run = Pkill(host, {"init"});
+   EXPECT_EQ(run.status, 1);
+   EXPECT_EQ(run.err, "pkill: failed to kill init (1): Operation not permitted\npkill: " +
+                         std::string(ZLC_ReturnStatusToString(ZLC_FAILURE)) + "\n");
+   EXPECT_EQ(EndingSignal(later), 0);
+}
+
+}  // namespace
+
+namespace {
+
+// The test itself is the parent of the command it starts.
+TEST_F(PkillLive, PidofOmitsItsParentProcess) {
+   const std::string host = Host({{getpid(), "runner", "/usr/bin/runner"}, {2147483646, "runner", "/opt/runner"}});
+   ToolRun run = RunTool(zlcziftools_, {"pidof", "-o", "%PPID", "runner"}, dir_, host.c_str());
+   EXPECT_EQ(run.status, 0) << run.err;
+   EXPECT_EQ(run.out, "2147483646 \n");
+   run = RunTool(zlcziftools_, {"pidof", "runner"}, dir_, host.c_str());
+   EXPECT_EQ(run.out, std::to_string(getpid()) + " 2147483646 \n");
+}
+
+}  // namespace
