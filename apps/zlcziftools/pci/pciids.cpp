@@ -14,6 +14,8 @@
 
 #include <dirent.h>
 #include <fcntl.h>
+#include <sys/mman.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -88,13 +90,27 @@ void CopyName(char *field, std::size_t size, const char *text) {
    field[length] = '\0';
 }
 
-// Reads the whole file; false when it cannot be opened. A read error (such
-// as reading a directory) ends the file where it happened.
-bool ReadWholeFile(const std::string &path, std::string &bytes) {
-   const int fd = open(path.c_str(), O_RDONLY | O_CLOEXEC);
+// Maps the whole file, or reads it when it cannot be mapped (a pipe, a
+// file of the proc file system); false when it cannot be opened. A read
+// error, such as reading a directory, ends the file where it happened.
+bool ReadWholeFile(FileList::File &file) {
+   const int fd = open(file.path.c_str(), O_RDONLY | O_CLOEXEC);
    if (fd < 0) {
       return false;
    }
+   struct stat info {};
+   if (fstat(fd, &info) == 0 && S_ISREG(info.st_mode) && info.st_size > 0) {
+      const auto size = static_cast<std::size_t>(info.st_size);
+      void *mapped = mmap(nullptr, size, PROT_READ, MAP_PRIVATE | MAP_POPULATE, fd, 0);
+      if (mapped != MAP_FAILED) {
+         close(fd);
+         file.data = std::shared_ptr<const char>(static_cast<const char *>(mapped),
+                                                 [size](const char *p) { munmap(const_cast<char *>(p), size); });
+         file.size = size;
+         return true;
+      }
+   }
+   std::string bytes;
    std::size_t used = 0;
    for (;;) {
       bytes.resize(used + kReadBlock);
@@ -104,8 +120,10 @@ bool ReadWholeFile(const std::string &path, std::string &bytes) {
       }
       used += static_cast<std::size_t>(got);
    }
-   bytes.resize(used);
    close(fd);
+   auto copy = std::make_shared<std::string>(bytes.substr(0, used));
+   file.size = copy->size();
+   file.data = std::shared_ptr<const char>(copy, copy->data());
    return true;
 }
 
@@ -113,11 +131,26 @@ void LoadFile(FileList::File &file) {
    if (!file.loaded) {
       file.loaded = true;
       try {
-         file.readable = ReadWholeFile(file.path, file.bytes);
+         file.readable = ReadWholeFile(file);
       } catch (const std::bad_alloc &) {
-         file.bytes.clear();
+         file.data.reset();
+         file.size = 0;
          file.readable = false;
       }
+   }
+}
+
+// The tables are mapped zero-filled and populated at once: filling them page
+// by page costs far more in page faults than the filling itself.
+void *AllocateTable(std::size_t bytes) {
+   void *table = mmap(nullptr, std::max<std::size_t>(bytes, 1), PROT_READ | PROT_WRITE,
+                      MAP_PRIVATE | MAP_ANONYMOUS | MAP_POPULATE, -1, 0);
+   return table == MAP_FAILED ? nullptr : table;
+}
+
+void FreeTable(void *table, std::size_t bytes) {
+   if (table != nullptr) {
+      munmap(table, std::max<std::size_t>(bytes, 1));
    }
 }
 
@@ -140,7 +173,10 @@ char *StoreLine(char *buffer, const char *bytes, std::size_t n) {
 
 bool IsIgnoredLine(const char *line) { return line[0] == ' ' || line[0] == '#' || line[0] == '\n'; }
 
-bool IsEndOfVendors(const char *line) { return std::strncmp(line, "ffff", 4) == 0; }
+// The first four characters are ffff; a NUL among them ends the comparison.
+bool IsEndOfVendors(const char *line) {
+   return line[0] == 'f' && line[1] == 'f' && line[2] == 'f' && line[3] == 'f';
+}
 
 enum class DeviceLine { Ignored, EndOfVendors, Vendor, Device, Subsystem, ThreeTabs };
 
@@ -193,8 +229,21 @@ class TableBuilder {
  private:
    char *NextLine() { return ListGets(line_, list_); }
 
+   // The next line's first four characters, enough to tell its kind; null at
+   // the end of the stream. The characters after a NUL are never looked at.
+   const char *NextLineHead() {
+      const std::string_view line = ListNextLine(list_);
+      if (line.empty()) {
+         return nullptr;
+      }
+      for (std::size_t i = 0; i < sizeof head_ - 1; ++i) {
+         head_[i] = i < line.size() ? line[i] : '\0';
+      }
+      return head_;
+   }
+
    void CountDeviceEntries() {
-      while (char *line = NextLine()) {
+      while (const char *line = NextLineHead()) {
          const DeviceLine kind = ClassifyDeviceLine(line);
          if (kind == DeviceLine::EndOfVendors) {
             break;
@@ -212,7 +261,7 @@ class TableBuilder {
 
    // Goes on from the line after the end-of-vendors marker.
    void CountClassEntries() {
-      while (char *line = NextLine()) {
+      while (const char *line = NextLineHead()) {
          if (!IsIgnoredLine(line) && (line[0] == 'C' || line[0] == '\t')) {
             nClass++;
          }
@@ -226,13 +275,12 @@ class TableBuilder {
    bool Allocate() {
       const auto devices = static_cast<std::size_t>(nDevID);
       const auto classes = static_cast<std::size_t>(nClass);
-      pciDevTable = static_cast<PCIDevEntry *>(std::calloc(std::max<std::size_t>(devices, 1), sizeof(PCIDevEntry)));
+      pciDevTable = static_cast<PCIDevEntry *>(AllocateTable(devices * sizeof(PCIDevEntry)));
       if (pciDevTable == nullptr) {
          std::fprintf(stderr, "%s: couldn't allocate pciDevTable (%zu bytes)\n", "PCIBuildTable",
                       devices * sizeof(PCIDevEntry));
       }
-      pciClassCodeTable =
-         static_cast<PCIClassEntry *>(std::calloc(std::max<std::size_t>(classes, 1), sizeof(PCIClassEntry)));
+      pciClassCodeTable = static_cast<PCIClassEntry *>(AllocateTable(classes * sizeof(PCIClassEntry)));
       if (pciClassCodeTable == nullptr) {
          std::fprintf(stderr, "%s: couldn't allocate pciClassCodeTable (%zu bytes)\n", "PCIBuildTable",
                       classes * sizeof(PCIClassEntry));
@@ -428,6 +476,7 @@ class TableBuilder {
    FileList list_;
    std::string mainFile_;
    char line_[kPciIdLineSize] = {};
+   char head_[5] = {};
 
    // Filling state. The current vendor carries over from one file to the next.
    int devicesMade_ = 0;
@@ -538,7 +587,7 @@ void AddDirectoryToList(FileList &list, const char *directory) {
    closedir(dir);
 }
 
-char *ListGets(char *buffer, FileList &list) {
+std::string_view ListNextLine(FileList &list) {
    constexpr std::size_t kMaxLine = kPciIdLineSize - 1;
    while (list.current < list.count()) {
       FileList::File &file = list.files[static_cast<std::size_t>(list.current)];
@@ -551,33 +600,37 @@ char *ListGets(char *buffer, FileList &list) {
          list.open = true;
          list.offset = 0;
       }
-      if (list.offset >= file.bytes.size()) {
+      const std::string_view bytes = file.bytes();
+      if (list.offset >= bytes.size()) {
          NextFile(list);
          continue;
       }
       list.line++;
-      const char *start = file.bytes.data() + list.offset;
-      const std::size_t left = file.bytes.size() - list.offset;
-      const std::size_t room = std::min(left, kMaxLine);
-      if (const void *newline = std::memchr(start, '\n', room)) {
-         const auto length = static_cast<std::size_t>(static_cast<const char *>(newline) - start) + 1;
-         list.offset += length;
-         return StoreLine(buffer, start, length);
+      const std::string_view left = bytes.substr(list.offset);
+      const std::string_view room = left.substr(0, kMaxLine);
+      const std::size_t newline = room.find('\n');
+      if (newline != std::string_view::npos) {
+         list.offset += newline + 1;
+         return room.substr(0, newline + 1);
       }
-      if (room < kMaxLine) {
-         list.offset += room;
-         return StoreLine(buffer, start, room);
+      if (room.size() < kMaxLine) {
+         list.offset += room.size();
+         return room;
       }
-      if (start[0] != ' ' && start[0] != '#') {
+      if (room[0] != ' ' && room[0] != '#') {
          std::fprintf(stderr, "%s: %s: line %d is more than %d bytes long; ignoring the rest\n", "ListGets",
                       file.path.c_str(), list.line, kPciIdLineSize);
       }
-      const void *rest = std::memchr(start + room, '\n', left - room);
-      list.offset = rest != nullptr ? static_cast<std::size_t>(static_cast<const char *>(rest) - file.bytes.data()) + 1
-                                    : file.bytes.size();
-      return StoreLine(buffer, start, room);
+      const std::size_t rest = left.find('\n', room.size());
+      list.offset = rest != std::string_view::npos ? list.offset + rest + 1 : bytes.size();
+      return room;
    }
-   return nullptr;
+   return {};
+}
+
+char *ListGets(char *buffer, FileList &list) {
+   const std::string_view line = ListNextLine(list);
+   return line.empty() ? nullptr : StoreLine(buffer, line.data(), line.size());
 }
 
 void RewindList(FileList &list) {
@@ -651,8 +704,8 @@ void PCIBuildTableFrom(const std::string &hwdataDir) {
 }
 
 void PCIFreeTables() {
-   std::free(pciDevTable);
-   std::free(pciClassCodeTable);
+   FreeTable(pciDevTable, static_cast<std::size_t>(nDevID) * sizeof(PCIDevEntry));
+   FreeTable(pciClassCodeTable, static_cast<std::size_t>(nClass) * sizeof(PCIClassEntry));
    pciDevTable = nullptr;
    pciClassCodeTable = nullptr;
    nDevID = 0;

@@ -5,7 +5,9 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <memory>
 #include <string>
+#include <string_view>
 #include <vector>
 
 // One line read from the ID files: at most 255 characters and a NUL.
@@ -51,7 +53,9 @@ struct FileList {
       std::string path;
       bool loaded = false;
       bool readable = false;
-      std::string bytes;
+      std::shared_ptr<const char> data;  // the contents, mapped or read
+      std::size_t size = 0;
+      std::string_view bytes() const { return {data.get(), size}; }
    };
    std::vector<File> files;
    int current = 0;        // index of the file being read
@@ -70,6 +74,10 @@ void AddFileToList(FileList &list, const char *path);
 // Appends the directory's files whose names end in ".ids", in listing order.
 // A directory that cannot be opened adds nothing.
 void AddDirectoryToList(FileList &list, const char *directory);
+// The next line of the stream as it stands in its file: at most 255
+// characters, the newline included when it fits; an over-long line's rest is
+// skipped. Empty at the end of the last file.
+std::string_view ListNextLine(FileList &list);
 // The next line of the stream into buffer (kPciIdLineSize bytes), or null at
 // the end of the last file. Over-long lines are cut to 255 characters.
 char *ListGets(char *buffer, FileList &list);
