@@ -56,7 +56,7 @@ void BM_NameSixByScan(benchmark::State &state) {
    PCIBuildTableFrom(PCI_IDS_DIR);
    for (auto _ : state) {
       for (const Ids &f : kFunctions) {
-         benchmark::DoNotOptimize(PCIFindDeviceByScan(f.vendor, f.device, f.subvendor, f.subdevice));
+         benchmark::DoNotOptimize(PCIFindDeviceIndexByScan(f.vendor, f.device, f.subvendor, f.subdevice));
       }
    }
 }

@@ -24,7 +24,6 @@
 #include <cstring>
 #include <new>
 
-PCIDevEntry *pciDevTable = nullptr;
 int nDevID = 0;
 PCIClassEntry *pciClassCodeTable = nullptr;
 int nClass = 0;
@@ -44,6 +43,26 @@ constexpr std::size_t kNameNotAvailableLength = sizeof kNameNotAvailable - 1;
 constexpr std::uint8_t kAnyClassPart = 0xFF;
 constexpr std::uint16_t kAnyDevicePart = 0xFFFF;
 
+// A name as it stands in an ID file: the file stays mapped while the table
+// lives. Made-up device names are made from the vendor's name when asked for.
+struct NameRef {
+   const char *text = nullptr;
+   std::uint16_t length = 0;
+};
+
+struct DevRecord {
+   std::uint16_t vendor;
+   std::uint16_t device;
+   std::uint16_t subvendor;
+   std::uint16_t subdevice;
+   bool madeUpName;
+   NameRef vendorName;
+   NameRef deviceName;
+};
+
+// The device table and the ID files its names stand in.
+DevRecord *gDevTable = nullptr;
+std::vector<std::shared_ptr<const char>> gNameSources;
 // Device entries by (vendor, device, table index), for the indexed lookup.
 std::vector<std::uint64_t> gDeviceIndex;
 
@@ -82,6 +101,46 @@ unsigned long ConvertHex(const char *digits) {
 }
 
 bool IsBlank(char c) { return c == ' ' || c == '\t'; }
+
+// ParseIdAndName with the name left where it stands: on success with a name
+// wanted, *name points at the name's first character in text and the name
+// runs to the text's NUL (its newline has been cut off).
+bool ParseIdAndNameInPlace(char *text, bool wantName, unsigned long *id, char **name) {
+   char *token = text;
+   while (IsBlank(*token)) {
+      ++token;
+   }
+   if (!IsHexDigit(*token)) {
+      return false;
+   }
+   char *end = token;
+   while (*end != '\0' && !IsBlank(*end)) {
+      if (!IsHexDigit(*end)) {
+         return false;
+      }
+      ++end;
+   }
+   if (*end == '\0') {
+      return false;
+   }
+   *end = '\0';
+   *id = ConvertHex(token);
+   if (!wantName) {
+      return true;
+   }
+   char *rest = end + 1;
+   while (IsBlank(*rest)) {
+      ++rest;
+   }
+   if (*rest == '\0' || *rest == '\n') {
+      return false;
+   }
+   if (char *newline = std::strrchr(rest, '\n')) {
+      *newline = '\0';
+   }
+   *name = rest;
+   return true;
+}
 
 // Copies text into a field of size bytes, cut and terminated like a bounded copy.
 void CopyName(char *field, std::size_t size, const char *text) {
@@ -199,9 +258,45 @@ ClassLine ClassifyClassLine(const char *line) {
    return ClassLine::ProgIf;
 }
 
-bool HasMadeUpName(const PCIDevEntry &entry) {
-   return std::strncmp(entry.deviceName, kNameNotAvailable, kNameNotAvailableLength) == 0;
+// True when the device name begins with the made-up names' prefix, whether
+// made up here or listed so in a file.
+bool HasMadeUpName(const DevRecord &entry) {
+   return entry.madeUpName || (entry.deviceName.length >= kNameNotAvailableLength &&
+                               std::memcmp(entry.deviceName.text, kNameNotAvailable, kNameNotAvailableLength) == 0);
 }
+
+void StoreName(char *field, std::size_t size, NameRef name) {
+   const std::size_t length = std::min<std::size_t>(name.length, size - 1);
+   if (length > 0) {
+      std::memcpy(field, name.text, length);
+   }
+   field[length] = '\0';
+}
+
+PCIDevEntry ExpandEntry(const DevRecord &record) {
+   PCIDevEntry entry{};
+   entry.vendor = record.vendor;
+   entry.device = record.device;
+   entry.subvendor = record.subvendor;
+   entry.subdevice = record.subdevice;
+   StoreName(entry.vendorName, sizeof entry.vendorName, record.vendorName);
+   if (record.madeUpName) {
+      std::snprintf(entry.deviceName, sizeof entry.deviceName, "%s%.*s device", kNameNotAvailable,
+                    static_cast<int>(record.vendorName.length), record.vendorName.text);
+   } else {
+      StoreName(entry.deviceName, sizeof entry.deviceName, record.deviceName);
+   }
+   return entry;
+}
+
+// Where a name parsed out of the line buffer stands in the file the line came from.
+struct Line {
+   char *text;         // the line buffer
+   const char *source; // the line in its file
+   NameRef NameAt(const char *name, std::size_t capacity) const {
+      return {source + (name - text), static_cast<std::uint16_t>(strnlen(name, capacity - 1))};
+   }
+};
 
 // The three passes over the stream of ID lines.
 class TableBuilder {
@@ -223,11 +318,24 @@ class TableBuilder {
       RewindList(list_);
       if (!FillDeviceTable() || !FillClassTable()) {
          Fail();
+         return;
+      }
+      for (const FileList::File &file : list_.files) {
+         if (file.data) {
+            gNameSources.push_back(file.data);
+         }
       }
    }
 
  private:
-   char *NextLine() { return ListGets(line_, list_); }
+   bool NextLine(Line &line) {
+      const std::string_view bytes = ListNextLine(list_);
+      if (bytes.empty()) {
+         return false;
+      }
+      line = {StoreLine(line_, bytes.data(), bytes.size()), bytes.data()};
+      return true;
+   }
 
    // The next line's first four characters, enough to tell its kind; null at
    // the end of the stream. The characters after a NUL are never looked at.
@@ -275,8 +383,8 @@ class TableBuilder {
    bool Allocate() {
       const auto devices = static_cast<std::size_t>(nDevID);
       const auto classes = static_cast<std::size_t>(nClass);
-      pciDevTable = static_cast<PCIDevEntry *>(AllocateTable(devices * sizeof(PCIDevEntry)));
-      if (pciDevTable == nullptr) {
+      gDevTable = static_cast<DevRecord *>(AllocateTable(devices * sizeof(DevRecord)));
+      if (gDevTable == nullptr) {
          std::fprintf(stderr, "%s: couldn't allocate pciDevTable (%zu bytes)\n", "PCIBuildTable",
                       devices * sizeof(PCIDevEntry));
       }
@@ -285,7 +393,7 @@ class TableBuilder {
          std::fprintf(stderr, "%s: couldn't allocate pciClassCodeTable (%zu bytes)\n", "PCIBuildTable",
                       classes * sizeof(PCIClassEntry));
       }
-      return pciDevTable != nullptr && pciClassCodeTable != nullptr;
+      return gDevTable != nullptr && pciClassCodeTable != nullptr;
    }
 
    void Fail() {
@@ -297,8 +405,8 @@ class TableBuilder {
       std::fprintf(stderr, format, "PCIBuildTable", list_.CurrentPath(), list_.line);
    }
 
-   PCIDevEntry *NewDeviceEntry() {
-      PCIDevEntry *entry = devicesMade_ < nDevID ? &pciDevTable[devicesMade_] : nullptr;
+   DevRecord *NewDeviceEntry() {
+      DevRecord *entry = devicesMade_ < nDevID ? &gDevTable[devicesMade_] : nullptr;
       if (entry != nullptr && !list_.InMainFile()) {
          lastDropInEntry = devicesMade_;
       }
@@ -306,74 +414,73 @@ class TableBuilder {
       return entry;
    }
 
-   void MakeDeviceEntry(std::uint16_t subvendor, std::uint16_t subdevice, const char *name) {
-      if (PCIDevEntry *entry = NewDeviceEntry()) {
-         entry->vendor = static_cast<std::uint16_t>(vendorId_);
-         entry->device = static_cast<std::uint16_t>(deviceId_);
-         entry->subvendor = subvendor;
-         entry->subdevice = subdevice;
-         CopyName(entry->vendorName, sizeof entry->vendorName, vendorName_);
-         CopyName(entry->deviceName, sizeof entry->deviceName, name);
+   void MakeDeviceEntry(std::uint16_t subvendor, std::uint16_t subdevice, NameRef name, bool madeUp) {
+      if (DevRecord *entry = NewDeviceEntry()) {
+         *entry = {static_cast<std::uint16_t>(vendorId_), static_cast<std::uint16_t>(deviceId_), subvendor, subdevice,
+                   madeUp, vendorName_, name};
       }
    }
 
    // Each returns false when the line ends the device section.
-   bool VendorLine(char *line) {
-      vendorName_[0] = '\0';
-      if (!ParseIdAndName(line, sizeof vendorName_, &vendorId_, vendorName_)) {
+   bool VendorLine(const Line &line) {
+      vendorName_ = {};
+      char *name = nullptr;
+      if (!ParseIdAndNameInPlace(line.text, true, &vendorId_, &name)) {
          LineMessage("%s: %s: line %d improperly formatted(1)\n");
          return false;
       }
+      vendorName_ = line.NameAt(name, sizeof PCIDevEntry::vendorName);
       if (list_.InMainFile()) {
-         if (PCIDevEntry *entry = NewDeviceEntry()) {
-            entry->vendor = static_cast<std::uint16_t>(vendorId_);
-            entry->device = entry->subvendor = entry->subdevice = kAnyDevicePart;
-            CopyName(entry->vendorName, sizeof entry->vendorName, vendorName_);
+         if (DevRecord *entry = NewDeviceEntry()) {
+            *entry = {static_cast<std::uint16_t>(vendorId_), kAnyDevicePart, kAnyDevicePart, kAnyDevicePart, false,
+                      vendorName_, {}};
          }
       }
       return true;
    }
 
-   bool DeviceLineEntry(char *line) {
-      char name[128];
-      if (!ParseIdAndName(line + 1, sizeof name, &deviceId_, name)) {
-         if (vendorName_[0] == '\0') {
-            LineMessage("%s: %s: can't synthesize device name for line %d\n");
-            return false;
-         }
-         std::snprintf(name, sizeof name, "%s%s device", kNameNotAvailable, vendorName_);
+   bool DeviceLineEntry(const Line &line) {
+      char *name = nullptr;
+      if (ParseIdAndNameInPlace(line.text + 1, true, &deviceId_, &name)) {
+         MakeDeviceEntry(0, 0, line.NameAt(name, sizeof PCIDevEntry::deviceName), false);
+         return true;
       }
-      MakeDeviceEntry(0, 0, name);
+      if (vendorName_.length == 0) {
+         LineMessage("%s: %s: can't synthesize device name for line %d\n");
+         return false;
+      }
+      MakeDeviceEntry(0, 0, {}, true);
       return true;
    }
 
-   bool SubsystemLine(char *line) {
+   bool SubsystemLine(const Line &line) {
       unsigned long subvendor = 0;
       unsigned long subdevice = 0;
-      char name[128];
-      if (!ParseIdAndName(line + 2, 0, &subvendor, nullptr)) {
+      char *name = nullptr;
+      if (!ParseIdAndNameInPlace(line.text + 2, false, &subvendor, nullptr)) {
          LineMessage("%s: %s: line %d improperly formatted(3)\n");
          return false;
       }
-      if (!ParseIdAndName(line + 7, sizeof name, &subdevice, name)) {
+      if (!ParseIdAndNameInPlace(line.text + 7, true, &subdevice, &name)) {
          LineMessage("%s: %s: line %d improperly formatted(4)\n");
          return false;
       }
       const auto sv = static_cast<std::uint16_t>(subvendor);
       const auto sd = static_cast<std::uint16_t>(subdevice);
-      if (vendorName_[0] == '\0') {
+      if (vendorName_.length == 0) {
          std::fprintf(stderr, "%s: no vendor information for subvendor 0%04x: subsystem 0%04x", "PCIBuildTable",
                       sv, sd);
          return false;
       }
-      MakeDeviceEntry(sv, sd, name);
+      MakeDeviceEntry(sv, sd, line.NameAt(name, sizeof PCIDevEntry::deviceName), false);
       return true;
    }
 
    bool FillDeviceTable() {
-      while (char *line = NextLine()) {
+      Line line{};
+      while (NextLine(line)) {
          bool more = true;
-         switch (ClassifyDeviceLine(line)) {
+         switch (ClassifyDeviceLine(line.text)) {
             case DeviceLine::Ignored:
             case DeviceLine::ThreeTabs: break;
             case DeviceLine::EndOfVendors: more = false; break;
@@ -419,12 +526,13 @@ class TableBuilder {
    bool FillClassTable() {
       Open open = Open::Nothing;
       bool ended = false;
+      Line next{};
       while (!ended) {
-         char *line = NextLine();
-         if (line == nullptr) {
+         if (!NextLine(next)) {
             CloseOpenItems(open);
             break;
          }
+         char *line = next.text;
          switch (ClassifyClassLine(line)) {
             case ClassLine::Ignored: break;
             case ClassLine::Class:
@@ -481,7 +589,7 @@ class TableBuilder {
    // Filling state. The current vendor carries over from one file to the next.
    int devicesMade_ = 0;
    unsigned long vendorId_ = 0;
-   char vendorName_[64] = {};
+   NameRef vendorName_;
    unsigned long deviceId_ = 0;
 
    int classesMade_ = 0;
@@ -497,7 +605,7 @@ void BuildDeviceIndex() {
    gDeviceIndex.clear();
    gDeviceIndex.reserve(static_cast<std::size_t>(nDevID));
    for (int i = 0; i < nDevID; ++i) {
-      const PCIDevEntry &entry = pciDevTable[i];
+      const DevRecord &entry = gDevTable[i];
       gDeviceIndex.push_back(std::uint64_t{entry.vendor} << 48 | std::uint64_t{entry.device} << 32 |
                              static_cast<std::uint32_t>(i));
    }
@@ -512,7 +620,7 @@ class DeviceMatcher {
 
    // Considers one entry; true when the lookup is decided.
    bool Consider(int index) {
-      const PCIDevEntry &entry = pciDevTable[index];
+      const DevRecord &entry = gDevTable[index];
       const bool fromDropIn = index <= lastDropInEntry;
       if (entry.subvendor != 0) {
          if (entry.subvendor != subvendor_ || entry.subdevice != subdevice_) {
@@ -522,22 +630,25 @@ class DeviceMatcher {
          const bool keepCandidate = !fromDropIn && best_ != nullptr && bestFromDropIn_ && !HasMadeUpName(*best_);
          if (!keepCandidate) {
             best_ = &entry;
+            bestIndex_ = index;
          }
          return true;
       }
       if (best_ == nullptr || (HasMadeUpName(*best_) && !HasMadeUpName(entry))) {
          best_ = &entry;
+         bestIndex_ = index;
          bestFromDropIn_ = fromDropIn;
       }
       return false;
    }
 
-   const PCIDevEntry *Result() const { return best_; }
+   int Result() const { return bestIndex_; }
 
  private:
    std::uint16_t subvendor_;
    std::uint16_t subdevice_;
-   const PCIDevEntry *best_ = nullptr;
+   const DevRecord *best_ = nullptr;
+   int bestIndex_ = -1;
    bool bestFromDropIn_ = false;
 };
 
@@ -641,41 +752,16 @@ void RewindList(FileList &list) {
 }
 
 bool ParseIdAndName(char *text, int nameCapacity, unsigned long *id, char *name) {
-   char *token = text;
-   while (IsBlank(*token)) {
-      ++token;
-   }
-   if (!IsHexDigit(*token)) {
+   const bool wantName = nameCapacity > 0 && name != nullptr;
+   char *found = nullptr;
+   if (!ParseIdAndNameInPlace(text, wantName, id, &found)) {
       return false;
    }
-   char *end = token;
-   while (*end != '\0' && !IsBlank(*end)) {
-      if (!IsHexDigit(*end)) {
-         return false;
-      }
-      ++end;
+   if (wantName) {
+      const std::size_t length = strnlen(found, static_cast<std::size_t>(nameCapacity - 1));
+      std::memcpy(name, found, length);
+      name[length] = '\0';
    }
-   if (*end == '\0') {
-      return false;
-   }
-   *end = '\0';
-   *id = ConvertHex(token);
-   if (nameCapacity <= 0 || name == nullptr) {
-      return true;
-   }
-   char *rest = end + 1;
-   while (IsBlank(*rest)) {
-      ++rest;
-   }
-   if (*rest == '\0' || *rest == '\n') {
-      return false;
-   }
-   if (char *newline = std::strrchr(rest, '\n')) {
-      *newline = '\0';
-   }
-   const std::size_t length = std::min(std::strlen(rest), static_cast<std::size_t>(nameCapacity - 1));
-   std::memcpy(name, rest, length);
-   name[length] = '\0';
    return true;
 }
 
@@ -704,9 +790,10 @@ void PCIBuildTableFrom(const std::string &hwdataDir) {
 }
 
 void PCIFreeTables() {
-   FreeTable(pciDevTable, static_cast<std::size_t>(nDevID) * sizeof(PCIDevEntry));
+   FreeTable(gDevTable, static_cast<std::size_t>(nDevID) * sizeof(DevRecord));
    FreeTable(pciClassCodeTable, static_cast<std::size_t>(nClass) * sizeof(PCIClassEntry));
-   pciDevTable = nullptr;
+   gDevTable = nullptr;
+   gNameSources.clear();
    pciClassCodeTable = nullptr;
    nDevID = 0;
    nClass = 0;
@@ -714,10 +801,11 @@ void PCIFreeTables() {
    gDeviceIndex.shrink_to_fit();
 }
 
-const PCIDevEntry *PCIFindDevice(std::uint16_t vendor, std::uint16_t device, std::uint16_t subvendor,
-                                 std::uint16_t subdevice) {
+PCIDevEntry PCIDevTableEntry(int index) { return ExpandEntry(gDevTable[index]); }
+
+int PCIFindDeviceIndex(std::uint16_t vendor, std::uint16_t device, std::uint16_t subvendor, std::uint16_t subdevice) {
    if (nDevID == 0) {
-      return nullptr;
+      return -1;
    }
    if (gDeviceIndex.empty()) {
       BuildDeviceIndex();
@@ -733,15 +821,24 @@ const PCIDevEntry *PCIFindDevice(std::uint16_t vendor, std::uint16_t device, std
    return matcher.Result();
 }
 
-const PCIDevEntry *PCIFindDeviceByScan(std::uint16_t vendor, std::uint16_t device, std::uint16_t subvendor,
-                                       std::uint16_t subdevice) {
+int PCIFindDeviceIndexByScan(std::uint16_t vendor, std::uint16_t device, std::uint16_t subvendor,
+                             std::uint16_t subdevice) {
    DeviceMatcher matcher(subvendor, subdevice);
    for (int i = 0; i < nDevID; ++i) {
-      if (pciDevTable[i].vendor == vendor && pciDevTable[i].device == device && matcher.Consider(i)) {
+      if (gDevTable[i].vendor == vendor && gDevTable[i].device == device && matcher.Consider(i)) {
          break;
       }
    }
    return matcher.Result();
+}
+
+std::optional<PCIDevEntry> PCIFindDevice(std::uint16_t vendor, std::uint16_t device, std::uint16_t subvendor,
+                                         std::uint16_t subdevice) {
+   const int index = PCIFindDeviceIndex(vendor, device, subvendor, subdevice);
+   if (index < 0) {
+      return std::nullopt;
+   }
+   return ExpandEntry(gDevTable[index]);
 }
 
 PCIClassNames PCIFindClass(std::uint16_t classCode) {
@@ -764,12 +861,12 @@ PCIClassNames PCIFindClass(std::uint16_t classCode) {
 PCIDeviceNames PCINameDevice(std::uint16_t vendor, std::uint16_t device, std::uint16_t subvendor,
                              std::uint16_t subdevice) {
    PCIDeviceNames names{};
-   if (const PCIDevEntry *entry = PCIFindDevice(vendor, device, subvendor, subdevice)) {
+   if (const std::optional<PCIDevEntry> entry = PCIFindDevice(vendor, device, subvendor, subdevice)) {
       CopyName(names.vendorName, sizeof names.vendorName, entry->vendorName);
       CopyName(names.deviceName, sizeof names.deviceName, entry->deviceName);
       return names;
    }
-   if (const PCIDevEntry *entry = PCIFindDevice(vendor, kAnyDevicePart, kAnyDevicePart, kAnyDevicePart)) {
+   if (const std::optional<PCIDevEntry> entry = PCIFindDevice(vendor, kAnyDevicePart, kAnyDevicePart, kAnyDevicePart)) {
       CopyName(names.vendorName, sizeof names.vendorName, entry->vendorName);
    } else {
       std::snprintf(names.vendorName, sizeof names.vendorName, "Vendor %.4x", vendor);

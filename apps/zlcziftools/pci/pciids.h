@@ -6,6 +6,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <memory>
+#include <optional>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -13,8 +14,12 @@
 // One line read from the ID files: at most 255 characters and a NUL.
 inline constexpr int kPciIdLineSize = 256;
 
-// A vendor entry has device, subvendor and subdevice 0xFFFF; a device entry
-// has subvendor and subdevice 0; a subsystem entry has the subsystem's IDs.
+// A device table entry as lookups hand it out. A vendor entry has device,
+// subvendor and subdevice 0xFFFF; a device entry has subvendor and subdevice
+// 0; a subsystem entry has the subsystem's IDs. Inside, the table keeps the
+// IDs and where each name stands in the ID files (a made-up name is made from
+// the vendor's name), not the 200-byte entries themselves: filling 7 MB of
+// entries for the real pci.ids would cost more than everything else lspci does.
 struct PCIDevEntry {
    std::uint16_t vendor;
    std::uint16_t device;
@@ -38,7 +43,6 @@ static_assert(sizeof(PCIClassEntry) == 195);
 
 // The tables, built by PCIBuildTable and read-only afterwards. After a failed
 // build both counts are 0, so every lookup finds nothing.
-extern PCIDevEntry *pciDevTable;
 extern int nDevID;
 extern PCIClassEntry *pciClassCodeTable;
 extern int nClass;
@@ -92,6 +96,9 @@ bool ParseIdAndName(char *text, int nameCapacity, unsigned long *id, char *name)
 void AddClassEntry(std::uint8_t classCode, std::uint8_t subclass, std::uint8_t progIf, const char *className,
                    const char *subclassName, const char *progIfName, PCIClassEntry *entry);
 
+// The device table's entry at index (0 to nDevID - 1).
+PCIDevEntry PCIDevTableEntry(int index);
+
 // The directory of the ID files: ZLC_HWDATA_DIR, or /usr/share/hwdata.
 std::string PciHwdataDir();
 // Builds both tables from the ID files of PciHwdataDir().
@@ -101,13 +108,14 @@ void PCIBuildTableFrom(const std::string &hwdataDir);
 // Frees both tables; counts 0.
 void PCIFreeTables();
 
-// The device entry naming (vendor, device, subvendor, subdevice), or null.
-const PCIDevEntry *PCIFindDevice(std::uint16_t vendor, std::uint16_t device, std::uint16_t subvendor,
-                                 std::uint16_t subdevice);
-// The same answer by a scan of the whole table; the reference the indexed
-// lookup is checked against.
-const PCIDevEntry *PCIFindDeviceByScan(std::uint16_t vendor, std::uint16_t device, std::uint16_t subvendor,
-                                       std::uint16_t subdevice);
+// The device entry naming (vendor, device, subvendor, subdevice), or none.
+std::optional<PCIDevEntry> PCIFindDevice(std::uint16_t vendor, std::uint16_t device, std::uint16_t subvendor,
+                                         std::uint16_t subdevice);
+// The table index of the same entry by a scan of the whole table (-1 for
+// none); the reference the indexed lookup is checked against.
+int PCIFindDeviceIndex(std::uint16_t vendor, std::uint16_t device, std::uint16_t subvendor, std::uint16_t subdevice);
+int PCIFindDeviceIndexByScan(std::uint16_t vendor, std::uint16_t device, std::uint16_t subvendor,
+                             std::uint16_t subdevice);
 
 struct PCIClassNames {
    char className[64];
