@@ -19,6 +19,7 @@ import argparse
 import gzip
 import os
 import re
+import shlex
 import shutil
 import subprocess
 import sys
@@ -239,15 +240,24 @@ def check_man(tree):
 # ---------------------------------------------------------------------------
 # completion
 
-def complete(script, function, words, path=None):
-    """Runs a completion function on words (the last is being completed)."""
-    program = ('source "$0"; COMP_WORDS=("$@"); COMP_CWORD=$(($# - 1)); COMPREPLY=(); '
-               f'{function}; printf "%s\\n" "${{COMPREPLY[@]}}"')
-    env = {"PATH": path} if path else {}
-    proc = run(["bash", "-c", program, script, *words], env=env)
-    if proc.returncode != 0:
-        fail(f"{function} {words}: status {proc.returncode}: {text(proc)}")
-    return [w for w in proc.stdout.decode().splitlines() if w]
+def complete_all(script, queries):
+    """Runs completion functions in one shell: queries are (function, words),
+    the last word being the one completed. Returns each query's offers."""
+    program = ['source "$0"']
+    for function, words in queries:
+        program.append(f"COMP_WORDS=({' '.join(shlex.quote(w) for w in words)}); "
+                       f"COMP_CWORD={len(words) - 1}; COMPREPLY=(); {function}; "
+                       f"printf '%s\\n' \"${{COMPREPLY[@]}}\" @@end")
+    proc = run(["bash", "-c", "\n".join(program), script])
+    results = proc.stdout.decode().split("@@end\n")
+    if proc.returncode != 0 or len(results) != len(queries) + 1:
+        fail(f"completion in {script} failed: status {proc.returncode}: {text(proc)}")
+        return [[] for _ in queries]
+    return [[w for w in r.splitlines() if w] for r in results[:-1]]
+
+
+def complete(script, function, words):
+    return complete_all(script, [(function, words)])[0]
 
 
 def option_words(command):
@@ -274,15 +284,18 @@ def check_completion(tree):
     expect(complete(script, "_zlcziftools", ["zlcziftools", "-c", sample[:-3]]), [sample], "the snapshot file")
     expect(complete(script, "_zlcziftools", ["zlcziftools", "-c", sample, "ls"]), ["lspci", "lsacpi", "lsof"],
            "command names after the snapshot")
+    queries = []
+    for name in names:
+        queries.append(("_zlcziftools", ["zlcziftools", "-c", sample, name, "-"]))
+        queries.append(("_zlcziftools_link", ["/usr/libexec/zlcziftools/" + name, "-"]))
+    offers = iter(complete_all(script, queries))
     for name in names:
         wanted = option_words(tree.table[name])
-        if not wanted:
-            if complete(script, "_zlcziftools", ["zlcziftools", "-c", sample, name, "-"]):
-                fail(f"{name} takes no options, yet completion offers some")
-            continue
-        expect(complete(script, "_zlcziftools", ["zlcziftools", "-c", sample, name, "-"]), wanted, name)
-        expect(complete(script, "_zlcziftools_link", ["/usr/libexec/zlcziftools/" + name, "-"]), wanted,
-               f"{name} through its link")
+        through_program, through_link = next(offers), next(offers)
+        if not wanted and (through_program or through_link):
+            fail(f"{name} takes no options, yet completion offers some")
+        expect(through_program, wanted, name)
+        expect(through_link, wanted, f"{name} through its link")
 
     signals = complete(script, "_zlcziftools_link", ["pkill", "-K"])
     expect(signals, ["-KILL"], "pkill's first argument")
