@@ -9,7 +9,9 @@
 // messages and line numbers as reading through a 256-byte line buffer; and
 // device lookups go through an index by (vendor, device) that visits exactly
 // the entries a scan of the whole table would consider, in table order, so
-// the precedence rules are those of the scan.
+// the precedence rules are those of the scan. The device table keeps each
+// entry's IDs and where its names stand in the mapped ID files rather than
+// the 200-byte entries themselves; an entry is expanded when it is asked for.
 #include "pciids.h"
 
 #include <dirent.h>
