@@ -16,9 +16,9 @@
 #include <cstdint>
 #include <cstdio>
 #include <cstdlib>
-#include <limits>
 
 #include "groupwait.h"
+#include "rpcfgargs.h"
 #include "records.h"
 #include "sysinfo.h"
 #include "ziftools.h"
@@ -154,27 +154,6 @@ ZLC_ReturnStatus SetGroupMemory(std::int64_t groupId, std::int32_t sizeMB) {
    return ZIF_Set(sysinfo::Node(ZIF_NODE_sched_groups_memAllocationInMB), query.get(), input.get(), nullptr, 0);
 }
 
-// A whole decimal number with nothing after it (strtol's leading blanks and
-// sign are accepted); false otherwise.
-bool ParseWholeNumber(const char *text, long &value) {
-   char *end = nullptr;
-   value = std::strtol(text, &end, 10);
-   return *end == '\0';
-}
-
-std::int64_t SecondsToMicros(long seconds) {
-   constexpr std::int64_t kMicrosPerSecond = 1000000;
-   constexpr std::int64_t kMax = std::numeric_limits<std::int64_t>::max();
-   constexpr std::int64_t kMin = std::numeric_limits<std::int64_t>::min();
-   if (seconds > kMax / kMicrosPerSecond) {
-      return kMax;
-   }
-   if (seconds < kMin / kMicrosPerSecond) {
-      return kMin;
-   }
-   return static_cast<std::int64_t>(seconds) * kMicrosPerSecond;
-}
-
 // Parses and acts on the options. Returns -1 to go on, else the exit status.
 int ParseOptions(int argc, char **argv, RpcfgOptions &options) {
    int option;
@@ -201,7 +180,7 @@ int ParseOptions(int argc, char **argv, RpcfgOptions &options) {
                LogMessage("memory size (MB) is not specified\n");
                return kUsageError;
             }
-            if (!ParseWholeNumber(optarg, number)) {
+            if (!memfs::ParseWholeNumber(optarg, number)) {
                LogMessage("incorrect value for memory size (MB) specified: %s\n", optarg);
                return kUsageError;
             }
@@ -213,12 +192,12 @@ int ParseOptions(int argc, char **argv, RpcfgOptions &options) {
                LogMessage("wait time is not specified\n");
                return kUsageError;
             }
-            if (!ParseWholeNumber(optarg, number)) {
+            if (!memfs::ParseWholeNumber(optarg, number)) {
                LogMessage("incorrect value for wait time specified: %s\n", optarg);
                return kUsageError;
             }
             options.wait = true;
-            options.waitMicros = SecondsToMicros(number);
+            options.waitMicros = memfs::SecondsToMicros(number);
             break;
          default:
             std::fputs(kUsage, stderr);
