@@ -42,4 +42,18 @@ bool MergeBucket(std::span<DuStats> buckets, std::size_t &n, const DuStats &chil
    return true;
 }
 
+std::size_t ChildPathPrefix(std::string_view path, std::string &prefix) {
+   if (path.size() > kMaxPathLength) {
+      return path.size();
+   }
+   prefix.assign(path);
+   if (!path.ends_with('/')) {
+      if (path.size() == kMaxPathLength) {
+         return kMaxPathLength + 1;
+      }
+      prefix += '/';
+   }
+   return 0;
+}
+
 }  // namespace memfs

@@ -1,5 +1,6 @@
-// zdu's per-disk summary buckets: what one inode stats record contributes,
-// and how a child's buckets merge into its directory's.
+// zdu's pieces: the per-disk summary buckets (what one inode stats record
+// contributes, how a child's buckets merge into its directory's) and the
+// prefix of a directory's child paths.
 #pragma once
 
 #include <array>
@@ -8,6 +9,8 @@
 #include <cstdlib>
 #include <memory>
 #include <span>
+#include <string>
+#include <string_view>
 
 #include "records.h"
 
@@ -52,5 +55,14 @@ DuStats BucketOfInode(const rec::system_zelorfs_inodes_stats &inode);
 // when there is room. False when the child's disk is new and the n buckets
 // already fill the array.
 bool MergeBucket(std::span<DuStats> buckets, std::size_t &n, const DuStats &child);
+
+// The longest path zdu builds, without its terminator.
+constexpr std::size_t kMaxPathLength = 4095;
+
+// Sets prefix to what a directory's entry names are appended to: the path
+// itself when it ends with "/" (so "/" gives "/bin"), else the path and a
+// "/". Returns 0, or, when the path or the prefix would pass kMaxPathLength,
+// the length to report: the path's own, or 4096 when only the "/" does not fit.
+std::size_t ChildPathPrefix(std::string_view path, std::string &prefix);
 
 }  // namespace memfs

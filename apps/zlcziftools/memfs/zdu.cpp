@@ -45,8 +45,6 @@ constexpr char kUsage[] =
 constexpr char kShortOptions[] = "ad:hsiu";
 
 constexpr std::uint32_t kUnlimitedDepth = 0x100000;
-// The longest path the walk builds, without its terminator.
-constexpr std::size_t kMaxPathLength = 4095;
 
 struct ZduOptions {
    std::uint32_t depthLimit = 1;
@@ -111,18 +109,10 @@ std::size_t GatherDirectory(const DuWalk &walk, const char *path, std::uint32_t 
    if (!dir) {
       return 0;
    }
-   const std::size_t length = std::strlen(path);
-   if (length > kMaxPathLength) {
-      std::fprintf(stderr, "path too long for '%s' (%d)\n", path, static_cast<int>(length));
+   std::string childPath;
+   if (const std::size_t tooLong = memfs::ChildPathPrefix(path, childPath); tooLong != 0) {
+      std::fprintf(stderr, "path too long for '%s' (%d)\n", path, static_cast<int>(tooLong));
       return 0;
-   }
-   std::string childPath(path, length);
-   if (length == 0 || path[length - 1] != '/') {
-      if (length == kMaxPathLength) {
-         std::fprintf(stderr, "path too long for '%s' (%d)\n", path, static_cast<int>(kMaxPathLength + 1));
-         return 0;
-      }
-      childPath += '/';
    }
    const std::size_t prefixLength = childPath.size();
 
@@ -130,7 +120,7 @@ std::size_t GatherDirectory(const DuWalk &walk, const char *path, std::uint32_t 
    std::size_t used = 1;
    while (const dirent *entry = readdir(dir.get())) {
       const std::size_t total = prefixLength + std::strlen(entry->d_name);
-      if (total + 1 > kMaxPathLength) {
+      if (total + 1 > memfs::kMaxPathLength) {
          std::fprintf(stderr, "path too long for '%s' '%s' (%d)\n", path, entry->d_name, static_cast<int>(total));
          continue;
       }
