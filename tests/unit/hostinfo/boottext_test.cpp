@@ -16,16 +16,16 @@ using bootoption::StreamContent;
 using bootoption::StreamOutcome;
 
 TEST(SplitBootCommandLine, KernelUpToTheFirstBlankOptionsAfterIt) {
-   auto line = bootoption::SplitBootCommandLine("b.b00  quiet x=1");
-   EXPECT_EQ(line.kernel, "b.b00");
+   auto line = bootoption::SplitBootCommandLine("zelcore.z00  quiet x=1");
+   EXPECT_EQ(line.kernel, "zelcore.z00");
    EXPECT_EQ(line.options, " quiet x=1");
 
-   line = bootoption::SplitBootCommandLine("b.b00");
-   EXPECT_EQ(line.kernel, "b.b00");
+   line = bootoption::SplitBootCommandLine("zelcore.z00");
+   EXPECT_EQ(line.kernel, "zelcore.z00");
    EXPECT_EQ(line.options, "");
 
-   line = bootoption::SplitBootCommandLine("b.b00 ");
-   EXPECT_EQ(line.kernel, "b.b00");
+   line = bootoption::SplitBootCommandLine("zelcore.z00 ");
+   EXPECT_EQ(line.kernel, "zelcore.z00");
    EXPECT_EQ(line.options, "");
 }
 
