@@ -9,7 +9,8 @@
  *   - the simulator, when ZLC_SIMULATOR names a snapshot file: after
  *     ZlcSyscall_Init(1, 0, 0) that file acts as the live kernel, and writes
  *     are applied to it;
- *   - a real host's kernel (not available off the host; see docs/library.md).
+ *   - a real host's kernel (not available off the host; see "Host seam" in
+ *     docs/snapshot-format.md).
  * Callers never learn which source answers.
  *
  * Every node operation returns a ZLC_ReturnStatus; 0 is success.

@@ -2,6 +2,8 @@
 // offset and length is checked against the bytes actually present before use.
 #include "snapshot_format.h"
 
+#include <bit>
+
 #include <algorithm>
 #include <cinttypes>
 #include <cstring>
@@ -36,19 +38,19 @@ void putU64At(uint8_t *p, uint64_t v) {
    }
 }
 
+// Little-endian loads; the compiler turns the copy into one load on
+// little-endian machines, which keeps index searches cheap.
 uint32_t getU32(const uint8_t *p) {
-   uint32_t v = 0;
-   for (int i = 3; i >= 0; i--) {
-      v = (v << 8) | p[i];
-   }
+   uint32_t v;
+   std::memcpy(&v, p, sizeof v);
+   if constexpr (std::endian::native == std::endian::big) v = __builtin_bswap32(v);
    return v;
 }
 
 uint64_t getU64(const uint8_t *p) {
-   uint64_t v = 0;
-   for (int i = 7; i >= 0; i--) {
-      v = (v << 8) | p[i];
-   }
+   uint64_t v;
+   std::memcpy(&v, p, sizeof v);
+   if constexpr (std::endian::native == std::endian::big) v = __builtin_bswap64(v);
    return v;
 }
 
@@ -358,6 +360,7 @@ ZLC_ReturnStatus Reader::open(ByteSource &source, Problem *problem) {
    count_ = 0;
    names_.clear();
    verified_.clear();
+   groups_.clear();
    std::span<const uint8_t> file;
    {
       auto start = source.view(0, std::min<uint64_t>(source.size(), kHeaderSize));
@@ -537,6 +540,37 @@ std::span<const uint8_t> Reader::entryKey(const IndexEntry &e) const {
    return section(SectionId::Keys).subspan(e.keyOffset, e.keyLength);
 }
 
+Reader::Group &Reader::group(EntryKind kind, uint32_t nameId) const {
+   const uint64_t id = (uint64_t{static_cast<uint8_t>(kind)} << 32) | nameId;
+   if (auto it = groups_.find(id); it != groups_.end()) return it->second;
+   // The index is sorted by kind, node and key, so each (kind, node) group
+   // is one run of entries; find its ends once and remember them.
+   const uint8_t *index = section(SectionId::Index).data();
+   auto groupAt = [index](size_t i) {
+      const uint8_t *p = index + i * kIndexEntrySize;
+      return (uint64_t{p[0]} << 32) | getU32(p + 4);
+   };
+   size_t lo = 0, hi = count_;
+   while (lo < hi) {
+      size_t mid = lo + (hi - lo) / 2;
+      if (groupAt(mid) < id) lo = mid + 1; else hi = mid;
+   }
+   Group g;
+   g.first = lo;
+   hi = count_;
+   while (lo < hi) {
+      size_t mid = lo + (hi - lo) / 2;
+      if (groupAt(mid) <= id) lo = mid + 1; else hi = mid;
+   }
+   g.last = lo;
+   return groups_.emplace(id, std::move(g)).first->second;
+}
+
+std::string_view Reader::keyText(size_t i) const {
+   const uint8_t *p = section(SectionId::Index).data() + i * kIndexEntrySize;
+   return asText(section(SectionId::Keys).subspan(getU32(p + 8), getU32(p + 12)));
+}
+
 std::optional<size_t> Reader::find(EntryKind kind, std::string_view node, std::string_view key) const {
    uint32_t id = kNoNode;
    if (kind != EntryKind::DevInfo) {
@@ -544,13 +578,24 @@ std::optional<size_t> Reader::find(EntryKind kind, std::string_view node, std::s
       if (it == names_.end() || *it != node) return std::nullopt;
       id = static_cast<uint32_t>(it - names_.begin());
    }
-   size_t lo = 0, hi = count_;
-   auto target = std::tuple(static_cast<uint8_t>(kind), id);
+   Group &g = group(kind, id);
+   // A command that walks a node reads many of its entries: after a few
+   // lookups the group gets a hash table, so that a walk costs linear time,
+   // while opening a file and reading one record never builds one.
+   constexpr unsigned kLookupsBeforeHashing = 16;
+   if (g.byKey.empty() && g.last - g.first > kLookupsBeforeHashing && ++g.lookups > kLookupsBeforeHashing) {
+      g.byKey.reserve(g.last - g.first);
+      for (size_t i = g.first; i < g.last; i++) g.byKey.emplace(keyText(i), i);
+   }
+   if (!g.byKey.empty()) {
+      auto it = g.byKey.find(key);
+      if (it == g.byKey.end()) return std::nullopt;
+      return it->second;
+   }
+   size_t lo = g.first, hi = g.last;
    while (lo < hi) {
       size_t mid = lo + (hi - lo) / 2;
-      IndexEntry e = entry(mid);
-      auto here = std::tuple(static_cast<uint8_t>(e.kind), e.nameId);
-      int c = here < target ? -1 : (target < here ? 1 : compareKeyBytes(entryKey(e), key));
+      int c = keyText(mid).compare(key);
       if (c == 0) return mid;
       if (c < 0) {
          lo = mid + 1;

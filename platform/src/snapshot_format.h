@@ -11,6 +11,8 @@
 #include <stdexcept>
 #include <string>
 #include <string_view>
+#include <unordered_map>
+#include <utility>
 #include <vector>
 
 namespace zif {
@@ -193,6 +195,15 @@ private:
    };
    std::span<const uint8_t> section(SectionId id) const; // not for Data
    ZLC_ReturnStatus data(uint64_t offset, uint64_t length, std::span<const uint8_t> &out) const;
+   // The run of index entries of one kind and node, [first, last), and
+   // once it is looked up often, a hash table of its keys.
+   struct Group {
+      size_t first = 0, last = 0;
+      unsigned lookups = 0;
+      std::unordered_map<std::string_view, size_t> byKey;
+   };
+   Group &group(EntryKind kind, uint32_t nameId) const;
+   std::string_view keyText(size_t i) const;
 
    std::unique_ptr<MemorySource> own_;
    ByteSource *source_ = nullptr;
@@ -204,6 +215,7 @@ private:
    std::vector<std::string_view> names_;
    size_t count_ = 0;
    mutable std::vector<uint8_t> verified_;
+   mutable std::unordered_map<uint64_t, Group> groups_;
 };
 
 std::string describeEntry(EntryKind kind, std::string_view node, const Keys &keys);

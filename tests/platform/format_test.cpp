@@ -217,7 +217,7 @@ TEST(Pack, RefusalsNameTheEntry) {
       {R"({"records": [{"node": "system_version", "fields": {"product": "0123456789012345678901234567890123"}}]})", "does not fit"},
       {R"({"records": [{"node": "world_info", "hex": "abc"}]})", "records[0]: bad hex"},
       {R"({"records": [{"node": "world_info", "hex": "zz"}]})", "records[0]: bad hex"},
-      {R"({"records": [{"node": "world_info", "fields": {}}]})", "no record layout"},
+      {R"({"records": [{"node": "world", "fields": {}}]})", "no record layout"},
       {R"({"records": [{"node": "world_info", "hex": "", "text": ""}]})", "exactly one of"},
       {R"({"records": [{"node": "world_info", "status": 0}]})", "non-zero"},
       {R"({"records": [{"node": "world_info", "keys": [1.5], "hex": ""}]})", "records[0]: keys[0]"},

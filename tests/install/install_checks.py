@@ -1,0 +1,435 @@
+#!/usr/bin/env python3
+"""Checks of what a user installs: the install tree, the man pages, the bash
+completion and the Debian package.
+
+  install_checks.py CHECK --build-dir BUILD --source-dir SOURCE
+
+CHECK is one of:
+  layout      cmake --install into a temporary prefix: binaries, links, pages,
+              completions, ID files; a second install leaves foreign files alone
+  man         every page renders with man -l without warnings, and each
+              command's option list in the pages matches its usage text
+  completion  the completion scripts offer each command's options
+  package     cpack -G DEB, dpkg -x into a scratch root, commands run from there
+
+Commands that still print "NAME: not built yet" are skipped with a message.
+Exit status 77 (a skip for CTest) when a tool the check needs is missing.
+"""
+import argparse
+import gzip
+import os
+import re
+import shlex
+import shutil
+import subprocess
+import sys
+import tempfile
+
+HERE = os.path.dirname(os.path.abspath(__file__))
+sys.path.insert(0, os.path.join(HERE, "..", "..", "man"))
+import optionstable  # noqa: E402
+
+SKIP = 77
+failures = []
+
+
+def fail(message):
+    failures.append(message)
+    print("FAIL:", message)
+
+
+def skip_note(message):
+    print("SKIP:", message)
+
+
+def run(argv, env=None, cwd=None, stdin=subprocess.DEVNULL):
+    full_env = dict(os.environ)
+    full_env.pop("ZLC_SIMULATOR", None)
+    full_env.update(env or {})
+    return subprocess.run(argv, env=full_env, cwd=cwd, stdin=stdin, stdout=subprocess.PIPE,
+                          stderr=subprocess.PIPE, timeout=60)
+
+
+def text(proc):
+    return proc.stdout.decode("utf-8", "replace") + proc.stderr.decode("utf-8", "replace")
+
+
+class Tree:
+    def __init__(self, args):
+        self.build = os.path.abspath(args.build_dir)
+        self.source = os.path.abspath(args.source_dir)
+        self.program = os.path.join(self.build, "bin", "zlcziftools")
+        self.zifcache = os.path.join(self.build, "bin", "zifcache")
+        self.sample = os.path.join(self.build, "samples", "sample-host.zifc")
+        self.table = optionstable.load(os.path.join(self.source, "man", "options.txt"))
+        self.tmp = tempfile.mkdtemp(prefix="zif-install-")
+
+    def commands(self):
+        """The eighteen command names, in the table's order."""
+        return [n for n in self.table if n != "zlcziftools" and not n.startswith("zifcache ")]
+
+    def simulator(self):
+        """A private copy of the sample snapshot to run commands on as the live host."""
+        path = os.path.join(self.tmp, "simulated.zifc")
+        if not os.path.exists(path):
+            shutil.copyfile(self.sample, path)
+        return path
+
+    def not_built(self, name, output):
+        if f"{name}: not built yet" in output:
+            skip_note(f"{name} is not built yet")
+            return True
+        return False
+
+    def install(self, prefix):
+        proc = run(["cmake", "--install", self.build, "--prefix", prefix])
+        if proc.returncode != 0:
+            fail(f"cmake --install failed:\n{text(proc)}")
+        return text(proc)
+
+
+# ---------------------------------------------------------------------------
+# layout
+
+def check_layout(tree):
+    prefix = os.path.join(tree.tmp, "prefix")
+    tree.install(prefix)
+    bindir = os.path.join(prefix, "bin")
+    linkdir = os.path.join(prefix, "libexec", "zlcziftools")
+
+    if sorted(os.listdir(bindir)) != ["zifcache", "zlcziftools"]:
+        fail(f"bin/ holds {sorted(os.listdir(bindir))}, want only zifcache and zlcziftools")
+    program = os.path.join(bindir, "zlcziftools")
+    names = tree.commands()
+    if sorted(os.listdir(linkdir)) != sorted(names):
+        fail(f"libexec/zlcziftools holds {sorted(os.listdir(linkdir))}")
+    for name in names:
+        link = os.path.join(linkdir, name)
+        if not os.path.islink(link):
+            fail(f"{link} is not a link")
+        elif os.readlink(link) != "../../bin/zlcziftools":
+            fail(f"{link} links to {os.readlink(link)}, want the relative ../../bin/zlcziftools")
+        elif not os.path.samefile(link, program):
+            fail(f"{link} does not reach the installed program")
+
+    # A link starts its command: the long usage would name any other word.
+    proc = run([os.path.join(linkdir, "userspaceof")], env={"ZLC_SIMULATOR": tree.simulator()})
+    out = text(proc)
+    if not tree.not_built("userspaceof", out) and "userspaceof WID" not in out:
+        fail(f"the userspaceof link did not start userspaceof:\n{out}")
+
+    for path in ["share/man/man8/zlcziftools.8.gz", "share/man/man1/zifcache.1.gz",
+                 "share/bash-completion/completions/zlcziftools",
+                 "share/bash-completion/completions/zifcache",
+                 "share/hwdata/acpiHIDs.ids", "share/hwdata/acpiClasses.ids"]:
+        if not os.path.isfile(os.path.join(prefix, path)):
+            fail(f"{path} is not installed")
+
+    # Installing again keeps our links and never replaces what is not ours.
+    foreign_file = os.path.join(linkdir, "ps")
+    foreign_link = os.path.join(linkdir, "lspci")
+    os.unlink(foreign_file)
+    with open(foreign_file, "w") as f:
+        f.write("someone else's ps\n")
+    os.unlink(foreign_link)
+    os.symlink("/bin/true", foreign_link)
+    os.unlink(os.path.join(linkdir, "zdf"))
+    out = tree.install(prefix)
+    with open(foreign_file) as f:
+        if f.read() != "someone else's ps\n":
+            fail("a second install replaced a file that is not our link")
+    if os.readlink(foreign_link) != "/bin/true":
+        fail("a second install replaced a link that is not ours")
+    if "Leaving" not in out or "ps" not in out or "lspci" not in out:
+        fail(f"a second install did not say which files it left alone:\n{out}")
+    if os.readlink(os.path.join(linkdir, "zdf")) != "../../bin/zlcziftools":
+        fail("a second install did not restore a missing link")
+
+
+# ---------------------------------------------------------------------------
+# man
+
+ROFF_FONT = re.compile(r"\\f[BIRP]|\\&")
+
+
+def man_sections(roff_path):
+    """Option forms listed in each subsection of a page: {title: set of forms}."""
+    with open(roff_path, encoding="utf-8") as f:
+        lines = f.read().splitlines()
+    sections, title = {}, None
+    for i, line in enumerate(lines):
+        if line.startswith(".SH"):
+            title = None
+        elif line.startswith(".SS "):
+            title = line[4:].strip().strip('"')
+            sections[title] = set()
+        elif title and line.startswith("\\fB-") and i + 1 < len(lines) and lines[i + 1].startswith(".RS"):
+            term = ROFF_FONT.sub("", line)
+            for part in term.split(", "):
+                sections[title].add(re.match(r"-[^\s\[=]*", part).group(0))
+    return sections
+
+
+USAGE_OPTION = re.compile(r"(?:^|(?<=[\s\[,]))(--?[A-Za-z][A-Za-z0-9-]*)")
+PARSER_DIAGNOSTIC = re.compile(r"invalid option|unrecognized option|option requires")
+
+
+def usage_forms(usage):
+    """The option forms a usage text names: -x, --long, -flv as three, -SIGNAL."""
+    forms = set()
+    for line in usage.splitlines():
+        if PARSER_DIAGNOSTIC.search(line):
+            continue
+        for token in USAGE_OPTION.findall(line):
+            if token.startswith("--") or len(token) == 2 or token[1:].isupper():
+                forms.add(token)
+            else:
+                forms.update("-" + letter for letter in token[1:])
+    return forms
+
+
+def usage_text(tree, name, command):
+    if name.startswith("zifcache "):
+        listing = text(run([tree.zifcache, "--help"]))
+        if not re.search(rf"^\s+{name.split()[1]}\s", listing, re.M):
+            skip_note(f"{name} is not built yet")
+            return None
+        return text(run([tree.zifcache] + command.usage_args))
+    argv = [tree.program] if name == "zlcziftools" else [tree.program, name]
+    out = text(run(argv + command.usage_args, env={"ZLC_SIMULATOR": tree.simulator()}))
+    return None if tree.not_built(name, out) else out
+
+
+def check_man(tree):
+    if not shutil.which("man"):
+        print("man is not installed")
+        sys.exit(SKIP)
+    pages = {}
+    for page in ["zlcziftools.8", "zifcache.1"]:
+        path = os.path.join(tree.build, "man", page)
+        proc = run(["man", "--warnings", "-l", path], env={"MANWIDTH": "80", "MAN_KEEP_FORMATTING": ""})
+        warnings = proc.stderr.decode("utf-8", "replace")
+        if proc.returncode != 0 or warnings:
+            fail(f"man -l {page}: status {proc.returncode}, warnings:\n{warnings}")
+        for title, forms in man_sections(path).items():
+            key = "zlcziftools" if (page, title) == ("zlcziftools.8", "Options") else title
+            if page == "zifcache.1":
+                key = f"zifcache {title}"
+            pages[key] = forms
+
+    for name, command in tree.table.items():
+        if name not in pages:
+            fail(f"no man page section for {name}")
+            continue
+        listed = pages[name]
+        left_out = {f for o in command.options if not o.in_usage for f in o.forms}
+        expected_in_usage = {command.usage_calls.get(f, f) for f in listed - left_out}
+        if command.usage_args is None:
+            if listed:
+                fail(f"{name} has no usage text but its man section lists {sorted(listed)}")
+            continue
+        usage = usage_text(tree, name, command)
+        if usage is None:
+            continue
+        found = usage_forms(usage)
+        if found != expected_in_usage:
+            fail(f"{name}: the man section and the usage text differ: only in the man page "
+                 f"{sorted(expected_in_usage - found)}, only in the usage text {sorted(found - expected_in_usage)}")
+
+
+# ---------------------------------------------------------------------------
+# completion
+
+def complete_all(script, queries):
+    """Runs completion functions in one shell: queries are (function, words),
+    the last word being the one completed. Returns each query's offers."""
+    program = ['source "$0"']
+    for function, words in queries:
+        program.append(f"COMP_WORDS=({' '.join(shlex.quote(w) for w in words)}); "
+                       f"COMP_CWORD={len(words) - 1}; COMPREPLY=(); {function}; "
+                       f"printf '%s\\n' \"${{COMPREPLY[@]}}\" @@end")
+    proc = run(["bash", "-c", "\n".join(program), script])
+    results = proc.stdout.decode().split("@@end\n")
+    if proc.returncode != 0 or len(results) != len(queries) + 1:
+        fail(f"completion in {script} failed: status {proc.returncode}: {text(proc)}")
+        return [[] for _ in queries]
+    return [[w for w in r.splitlines() if w] for r in results[:-1]]
+
+
+def complete(script, function, words):
+    return complete_all(script, [(function, words)])[0]
+
+
+def option_words(command):
+    return {f + ("=" if o.arg_style == "equals" else "") for o in command.options
+            for f in o.forms if f != "-SIGNAL"}
+
+
+def expect(offered, wanted, what):
+    missing = set(wanted) - set(offered)
+    if missing:
+        fail(f"{what}: completion does not offer {sorted(missing)} (offered {sorted(offered)})")
+
+
+def check_completion(tree):
+    if not shutil.which("bash"):
+        sys.exit(SKIP)
+    script = os.path.join(tree.build, "completion", "zlcziftools")
+    zscript = os.path.join(tree.build, "completion", "zifcache")
+    sample = tree.sample
+    names = tree.commands()
+
+    expect(complete(script, "_zlcziftools", ["zlcziftools", ""]), names, "command names")
+    expect(complete(script, "_zlcziftools", ["zlcziftools", "-"]), ["-c", "--cache"], "the program's options")
+    expect(complete(script, "_zlcziftools", ["zlcziftools", "-c", sample[:-3]]), [sample], "the snapshot file")
+    expect(complete(script, "_zlcziftools", ["zlcziftools", "-c", sample, "ls"]), ["lspci", "lsacpi", "lsof"],
+           "command names after the snapshot")
+    queries = []
+    for name in names:
+        queries.append(("_zlcziftools", ["zlcziftools", "-c", sample, name, "-"]))
+        queries.append(("_zlcziftools_link", ["/usr/libexec/zlcziftools/" + name, "-"]))
+    offers = iter(complete_all(script, queries))
+    for name in names:
+        wanted = option_words(tree.table[name])
+        through_program, through_link = next(offers), next(offers)
+        if not wanted and (through_program or through_link):
+            fail(f"{name} takes no options, yet completion offers some")
+        expect(through_program, wanted, name)
+        expect(through_link, wanted, f"{name} through its link")
+
+    signals = complete(script, "_zlcziftools_link", ["pkill", "-K"])
+    expect(signals, ["-KILL"], "pkill's first argument")
+    if complete(script, "_zlcziftools_link", ["pkill", "-f", "-K"]):
+        fail("pkill offers signals after its first argument")
+    if complete(script, "_zlcziftools_link", ["hwclock", "-d", ""]):
+        fail("hwclock offers something for a date")
+    expect(complete(script, "_zlcziftools_link", ["lsof", "--fi"]), ["--file="], "lsof's filter")
+    expect(complete(script, "_zlcziftools_link", ["zdu", os.path.join(tree.source, "READ")]),
+           [os.path.join(tree.source, "README.md")], "zdu's path")
+
+    # Boot option file names come from the command itself.
+    listing = text(run([tree.program, "-c", sample, "bootOption", "-r", "-b"]))
+    if not tree.not_built("bootOption", listing):
+        expect(complete(script, "_zlcziftools", ["zlcziftools", "-c", sample, "bootOption", "-c", ""]),
+               listing.split(), "bootOption's file names")
+
+    # Links are completed as ours only when PATH finds them as our links.
+    bindir = os.path.join(tree.tmp, "links")
+    os.makedirs(bindir)
+    os.symlink(tree.program, os.path.join(bindir, "zlcziftools"))
+    os.symlink("zlcziftools", os.path.join(bindir, "pgrep"))
+    path = bindir + ":/usr/bin:/bin"
+    proc = run(["bash", "-c", 'source "$0"; complete -p pgrep uptime 2>&1', script], env={"PATH": path})
+    registered = proc.stdout.decode()
+    if "_zlcziftools_link pgrep" not in registered:
+        fail(f"our pgrep link on PATH is not completed as ours: {registered}")
+    if "_zlcziftools_link uptime" in registered:
+        fail("uptime, not ours on PATH, was taken over")
+
+    subcommands = complete(zscript, "_zifcache", ["zifcache", ""])
+    expect(subcommands, [n.split()[1] for n in tree.table if n.startswith("zifcache ")], "zifcache subcommands")
+    for name in (n for n in tree.table if n.startswith("zifcache ")):
+        expect(complete(zscript, "_zifcache", ["zifcache", name.split()[1], "-"]),
+               option_words(tree.table[name]), name)
+    expect(complete(zscript, "_zifcache", ["zifcache", "dump", sample[:-3]]), [sample], "zifcache dump's file")
+
+
+# ---------------------------------------------------------------------------
+# package
+
+def pci_vendor_names(pci_ids):
+    names = {}
+    with open(pci_ids, encoding="utf-8", errors="replace") as f:
+        for line in f:
+            m = re.match(r"^([0-9a-f]{4})  (.*)$", line)
+            if m:
+                names[m.group(1)] = m.group(2).strip()
+    return names
+
+
+def check_package(tree):
+    for tool in ("cpack", "dpkg-deb", "dpkg"):
+        if not shutil.which(tool):
+            print(f"{tool} is not installed")
+            sys.exit(SKIP)
+    out = os.path.join(tree.tmp, "package")
+    proc = run(["cpack", "--config", os.path.join(tree.build, "CPackConfig.cmake"), "-G", "DEB", "-B", out])
+    debs = [f for f in os.listdir(out) if f.endswith(".deb")] if os.path.isdir(out) else []
+    if proc.returncode != 0 or len(debs) != 1:
+        fail(f"cpack -G DEB failed:\n{text(proc)}")
+        return
+    deb = os.path.join(out, debs[0])
+
+    fields = run(["dpkg-deb", "-f", deb, "Package", "Depends"]).stdout.decode()
+    if "Package: zlcziftools" not in fields or not re.search(r"Depends:.*\bhwdata\b", fields):
+        fail(f"package control fields: {fields}")
+    contents = run(["dpkg-deb", "-c", deb]).stdout.decode()
+    for name in tree.commands():
+        if f"./usr/libexec/zlcziftools/{name} -> ../../bin/zlcziftools" not in contents:
+            fail(f"the package lacks the link for {name}")
+    if re.search(r"\./usr/bin/(?!zlcziftools$|zifcache$)\S+$", contents, re.M):
+        fail(f"the package puts more than the two programs into /usr/bin:\n{contents}")
+
+    root = os.path.join(tree.tmp, "root")
+    proc = run(["dpkg", "-x", deb, root])
+    if proc.returncode != 0:
+        fail(f"dpkg -x: {text(proc)}")
+        return
+    program = os.path.join(root, "usr", "bin", "zlcziftools")
+    hwdata = os.path.join(root, "usr", "share", "hwdata")
+
+    # The ACPI ID files come from the package: lsacpi through its link names
+    # the sample's devices from them.
+    proc = run([os.path.join(root, "usr", "libexec", "zlcziftools", "lsacpi")],
+               env={"ZLC_SIMULATOR": tree.simulator(), "ZLC_HWDATA_DIR": hwdata})
+    listing = text(proc)
+    if not tree.not_built("lsacpi", listing):
+        rows = listing.splitlines()[2:]
+        if proc.returncode != 0 or not rows or all("<Unknown>" in row for row in rows):
+            fail(f"the packaged lsacpi did not name the sample's devices:\n{listing}")
+
+    # pci.ids comes from hwdata, which the package depends on.
+    system_ids = "/usr/share/hwdata/pci.ids"
+    if not os.path.isfile(system_ids):
+        skip_note("hwdata's pci.ids is not installed")
+        return
+    os.symlink(system_ids, os.path.join(hwdata, "pci.ids"))
+    env = {"ZLC_HWDATA_DIR": hwdata}
+    named = run([program, "-c", tree.sample, "lspci"], env=env)
+    numeric = run([program, "-c", tree.sample, "lspci", "-n"], env=env)
+    if tree.not_built("lspci", text(named)):
+        return
+    lines, ids = named.stdout.decode().splitlines(), numeric.stdout.decode().splitlines()
+    if not ids:
+        skip_note("the sample snapshot holds no PCI function")
+        return
+    vendors = pci_vendor_names(system_ids)
+    if named.returncode != 0 or len(lines) != len(ids):
+        fail(f"the packaged lspci failed:\n{text(named)}")
+        return
+    for line, numbers in zip(lines, ids):
+        m = re.search(r"Class [0-9a-f]{4}: ([0-9a-f]{4}):", numbers)
+        vendor = vendors.get(m.group(1)) if m else None
+        if vendor and vendor[:63] not in line:
+            fail(f"lspci from the package does not name vendor {vendor}: {line}")
+
+
+def main():
+    parser = argparse.ArgumentParser()
+    parser.add_argument("check", choices=["layout", "man", "completion", "package"])
+    parser.add_argument("--build-dir", required=True)
+    parser.add_argument("--source-dir", required=True)
+    args = parser.parse_args()
+    tree = Tree(args)
+    try:
+        globals()["check_" + args.check](tree)
+    finally:
+        shutil.rmtree(tree.tmp, ignore_errors=True)
+    if failures:
+        print(f"{len(failures)} failure(s)")
+        sys.exit(1)
+    print("ok")
+
+
+if __name__ == "__main__":
+    main()
