@@ -2,6 +2,7 @@
 
 #include "procfs.h"
 
+#include <algorithm>
 #include <cstring>
 
 namespace capture {
@@ -44,7 +45,10 @@ Record &Record::Bytes(std::string_view field, std::span<const uint8_t> bytes) {
 std::vector<uint8_t> Record::Take(bool trimmed) {
    std::vector<uint8_t> out = std::move(bytes_);
    if (trimmed) {
-      while (!out.empty() && out.back() == 0) out.pop_back();
+      // Keep one NUL, so that a record holding a text stays a terminated text.
+      size_t end = out.size();
+      while (end > 0 && out[end - 1] == 0) end--;
+      out.resize(std::min(out.size(), end + 1));
    }
    bytes_.assign(layout_->length, 0);
    return out;

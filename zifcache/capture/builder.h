@@ -33,8 +33,8 @@ public:
    Record &SetSigned(std::string_view field, int64_t value) { return Set(field, static_cast<uint64_t>(value)); }
    Record &Text(std::string_view field, std::string_view text); // cut to fit with its NUL
    Record &Bytes(std::string_view field, std::span<const uint8_t> bytes); // cut to the field's width
-   // The bytes; with trimmed, without the trailing zeros (the library
-   // zero-fills a short record when it is read).
+   // The bytes; with trimmed, without the trailing zeros but one (the
+   // library zero-fills a short record when it is read).
    std::vector<uint8_t> Take(bool trimmed = false);
    std::string_view node() const { return layout_->node; }
 
