@@ -4,6 +4,8 @@
 //   zifcache pack IN.json [IN2.json ...] OUT
 //   zifcache dump IN
 //   zifcache check IN
+//   zifcache capture OUT [--only PARTS] [--exclude PARTS]
+#include "capture/capture.h"
 #include "mapped_file.h"
 #include "snapshot_format.h"
 #include "snapshot_json.h"
@@ -125,8 +127,24 @@ int main(int argc, char **argv) {
    auto *checkCmd = app.add_subcommand("check", "Verify every checksum and the structure of a snapshot");
    checkCmd->add_option("snapshot", checkPath, "Snapshot file")->required();
 
+   capture::CaptureOptions captureOptions;
+   auto *captureCmd = app.add_subcommand("capture", "Capture the Linux host this runs on into a snapshot");
+   captureCmd->add_option("out", captureOptions.out, "Snapshot file to write")->required();
+   std::string partList;
+   for (const std::string &name : capture::PartNames()) partList += (partList.empty() ? "" : ",") + name;
+   captureCmd->add_option("--only", captureOptions.only, "Capture only these parts (comma-separated: " + partList + ")");
+   captureCmd->add_option("--exclude", captureOptions.exclude, "Leave out these parts (comma-separated)");
+   // For tests: read proc/, sys/ and mount points below this directory.
+   captureCmd->add_option("--root", captureOptions.root)->group("");
+   captureCmd->add_option("--read-limit-ms", captureOptions.readLimitMs)->group("")->check(CLI::Range(1, 60000));
+
    CLI11_PARSE(app, argc, argv);
 
+   if (*captureCmd) {
+      captureOptions.commandLine = "zifcache";
+      for (int i = 1; i < argc; i++) captureOptions.commandLine += std::string(" ") + argv[i];
+      return capture::RunCapture(captureOptions);
+   }
    if (*packCmd) return pack(packArgs);
    if (*dumpCmd) return dump(dumpPath);
    return check(checkPath);

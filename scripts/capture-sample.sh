@@ -1,0 +1,12 @@
+#!/bin/sh
+# Captures this machine and prints the capture in its JSON form, the starting
+# point of a sample host made from a real machine:
+#
+#    scripts/capture-sample.sh [BUILD_DIR] [capture options...] > host.json
+set -eu
+build=${1:-build}
+[ $# -gt 0 ] && shift
+tmp=$(mktemp -d)
+trap 'rm -rf "$tmp"' EXIT
+"$build/bin/zifcache" capture "$@" "$tmp/host.zifc"
+"$build/bin/zifcache" dump "$tmp/host.zifc"

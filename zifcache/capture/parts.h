@@ -1,0 +1,20 @@
+// The parts of a capture, one per family of nodes. Each reads the host and
+// adds entries; one that cannot go on throws PartError, and the driver drops
+// what that part added and notes why.
+#pragma once
+
+#include "builder.h"
+
+namespace capture {
+
+void CaptureWorlds(Capture &c);     // worlds, scheduler records, cartels, command lines, children
+void CaptureCartels(Capture &c);    // working directories, descriptors, file mappings
+void CapturePci(Capture &c);        // PCI functions, configuration spaces, device-info replies
+void CaptureAcpi(Capture &c);       // ACPI tables and the ACPI device tree
+void CaptureHost(Capture &c);       // uptime, loads, PCPUs, version, clock, boot command line
+void CaptureInterrupts(Capture &c); // interrupt cookies and their counts per PCPU
+void CaptureMemfs(Capture &c);      // ramdisks and tardisks
+void CaptureGroups(Capture &c);     // resource pool groups
+void CaptureModules(Capture &c);    // the modules the PCI and ACPI parts met
+
+} // namespace capture
