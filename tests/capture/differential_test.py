@@ -165,9 +165,11 @@ class Differential:
         rows = 0
         for line in text.splitlines()[1:]:
             words = line.split()
-            if not words or not words[0].isdigit():
+            # Rows start with the cookie in hex: "0x0018:".
+            if not words or not re.fullmatch(r"0x[0-9a-f]+:", words[0]):
                 continue
-            cookie, counts = int(words[0]), [int(w) for w in words[1:1 + len(later.get(int(words[0]), []))]]
+            cookie = int(words[0][:-1], 16)
+            counts = [int(w) for w in words[1:1 + len(later.get(cookie, []))]]
             if cookie not in later or any(a > b for a, b in zip(counts, later[cookie])):
                 self.fail("irqinfo", "cookie %d: ours %s, /proc/interrupts %s" % (cookie, counts, later.get(cookie)))
             rows += 1

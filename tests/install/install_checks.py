@@ -310,7 +310,7 @@ def check_completion(tree):
     # Boot option file names come from the command itself.
     listing = text(run([tree.program, "-c", sample, "bootOption", "-r", "-b"]))
     if not tree.not_built("bootOption", listing):
-        expect(complete(script, "_zlcziftools", ["zlcziftools", "-c", sample, "bootOption", "-c", ""]),
+        expect(complete(script, "_zlcziftools", [tree.program, "-c", sample, "bootOption", "-c", ""]),
                listing.split(), "bootOption's file names")
 
     # Links are completed as ours only when PATH finds them as our links.
