@@ -16,60 +16,15 @@
 #include <vector>
 
 #include "hostinfo/boottext.h"
+#include "tool_run.h"
 
 namespace {
 
 namespace fs = std::filesystem;
-
-fs::path FindTool(const char *name) {
-   const fs::path self = fs::read_symlink("/proc/self/exe").parent_path();
-   for (const fs::path &candidate : {self / name, self.parent_path() / "bin" / name}) {
-      if (fs::exists(candidate)) {
-         return candidate;
-      }
-   }
-   return {};
-}
-
-std::string ReadFile(const fs::path &path) {
-   std::ifstream in(path, std::ios::binary);
-   return {std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>()};
-}
-
-struct ToolRun {
-   int status = -1;
-   std::string out;
-   std::string err;
-};
-
-ToolRun RunTool(const fs::path &tool, std::vector<std::string> args, const fs::path &dir, const char *simulator) {
-   const fs::path out = dir / "out.txt";
-   const fs::path err = dir / "err.txt";
-   const pid_t child = fork();
-   if (child == 0) {
-      dup2(open(out.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0600), 1);
-      dup2(open(err.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0600), 2);
-      if (simulator != nullptr) {
-         setenv("ZLC_SIMULATOR", simulator, 1);
-      } else {
-         unsetenv("ZLC_SIMULATOR");
-      }
-      std::vector<char *> argv{const_cast<char *>(tool.c_str())};
-      for (std::string &arg : args) {
-         argv.push_back(arg.data());
-      }
-      argv.push_back(nullptr);
-      execv(tool.c_str(), argv.data());
-      _exit(127);
-   }
-   ToolRun run;
-   int status = 0;
-   waitpid(child, &status, 0);
-   run.status = WIFEXITED(status) ? WEXITSTATUS(status) : -1;
-   run.out = ReadFile(out);
-   run.err = ReadFile(err);
-   return run;
-}
+using testtools::FindTool;
+using testtools::InSimulator;
+using testtools::RunTool;
+using testtools::ToolRun;
 
 TEST(BootOptionContent, MoreThanOnePieceIsPrintedWholeOnOneLine) {
    const fs::path zlcziftools = FindTool("zlcziftools");
@@ -99,11 +54,10 @@ TEST(BootOptionContent, MoreThanOnePieceIsPrintedWholeOnOneLine) {
    }
    std::ofstream(dir / "host.json") << R"({"zifcache": 1, "data": [{"node": "system_bootOptionFiles_content",)"
                                     << R"( "keys": ["big.cfg"], "text": ")" << escaped << "\"}]}\n";
-   const ToolRun pack = RunTool(zifcache, {"pack", (dir / "host.json").string(), (dir / "host.zifc").string()}, dir,
-                            nullptr);
+   const ToolRun pack = RunTool(zifcache, {"pack", (dir / "host.json").string(), (dir / "host.zifc").string()}, dir);
    ASSERT_EQ(pack.status, 0) << pack.err;
 
-   const ToolRun run = RunTool(zlcziftools, {"bootOption", "-c", "big.cfg"}, dir, (dir / "host.zifc").c_str());
+   const ToolRun run = RunTool(zlcziftools, {"bootOption", "-c", "big.cfg"}, dir, InSimulator(dir / "host.zifc"));
    std::string expected = content;
    std::replace(expected.begin(), expected.end(), '\n', ' ');
    EXPECT_EQ(run.status, 0);

@@ -24,31 +24,16 @@
 #include <utility>
 #include <vector>
 
+#include "tool_run.h"
+
 namespace {
 
 namespace fs = std::filesystem;
 using nlohmann::json;
-
-fs::path FindTool(const char *name) {
-   const fs::path self = fs::read_symlink("/proc/self/exe").parent_path();
-   for (const fs::path &candidate : {self / name, self.parent_path() / "bin" / name}) {
-      if (fs::exists(candidate)) {
-         return candidate;
-      }
-   }
-   return {};
-}
-
-std::string ReadFile(const fs::path &path) {
-   std::ifstream in(path, std::ios::binary);
-   return {std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>()};
-}
-
-struct ToolRun {
-   std::string out;
-   std::string err;
-   int status = -1;
-};
+using testtools::FindTool;
+using testtools::InSimulator;
+using testtools::RunTool;
+using testtools::ToolRun;
 
 // Where an inode lies and what its stats record says.
 struct Inode {
@@ -164,41 +149,10 @@ class ZduTree : public testing::Test {
          {"records", records_},
       };
       std::ofstream(dir_ / "host.json") << snapshot.dump(1);
-      const ToolRun pack = Execute(zifcache_, {"zifcache", "pack", (dir_ / "host.json").string(), (dir_ / "host.zifc").string()},
-                               false);
+      const ToolRun pack = RunTool(zifcache_, {"pack", (dir_ / "host.json").string(), (dir_ / "host.zifc").string()}, dir_);
       EXPECT_EQ(pack.status, 0) << pack.err;
       args.insert(args.begin(), "zdu");
-      return Execute(zlcziftools_, args, true);
-   }
-
-   ToolRun Execute(const fs::path &tool, const std::vector<std::string> &args, bool simulated) {
-      const fs::path out = dir_ / "out.txt";
-      const fs::path err = dir_ / "err.txt";
-      const pid_t child = fork();
-      if (child == 0) {
-         const int outFd = open(out.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0600);
-         const int errFd = open(err.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0600);
-         dup2(outFd, 1);
-         dup2(errFd, 2);
-         if (simulated) {
-            setenv("ZLC_SIMULATOR", (dir_ / "host.zifc").c_str(), 1);
-         } else {
-            unsetenv("ZLC_SIMULATOR");
-         }
-         if (chdir((dir_ / "tree").c_str()) != 0) {
-            _exit(126);
-         }
-         std::vector<char *> argv;
-         for (const std::string &arg : args) {
-            argv.push_back(const_cast<char *>(arg.c_str()));
-         }
-         argv.push_back(nullptr);
-         execv(tool.c_str(), argv.data());
-         _exit(127);
-      }
-      int status = 0;
-      waitpid(child, &status, 0);
-      return {ReadFile(out), ReadFile(err), WIFEXITED(status) ? WEXITSTATUS(status) : -1};
+      return RunTool(zlcziftools_, args, dir_, InSimulator(dir_ / "host.zifc", dir_ / "tree"));
    }
 
    fs::path zlcziftools_;

@@ -17,69 +17,16 @@
 #include <tuple>
 #include <vector>
 
+#include "tool_run.h"
 #include "zellibs.h"
 
 namespace {
 
 namespace fs = std::filesystem;
-
-// The build puts every executable into <build>/bin; the tests may live there
-// or in <build>/tests.
-fs::path FindTool(const char *name, const char *overrideVariable) {
-   if (const char *path = std::getenv(overrideVariable)) {
-      return path;
-   }
-   const fs::path self = fs::read_symlink("/proc/self/exe").parent_path();
-   for (const fs::path &candidate : {self / name, self.parent_path() / "bin" / name}) {
-      if (fs::exists(candidate)) {
-         return candidate;
-      }
-   }
-   return {};
-}
-
-struct ToolRun {
-   int status = -1;
-   std::string out;
-   std::string err;
-};
-
-std::string ReadFile(const fs::path &path) {
-   std::ifstream in(path, std::ios::binary);
-   return {std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>()};
-}
-
-ToolRun RunTool(const fs::path &tool, std::vector<std::string> args, const fs::path &dir, const char *simulator) {
-   const fs::path out = dir / "out.txt";
-   const fs::path err = dir / "err.txt";
-   const pid_t child = fork();
-   if (child == 0) {
-      const int outFd = open(out.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0600);
-      const int errFd = open(err.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0600);
-      dup2(outFd, 1);
-      dup2(errFd, 2);
-      if (simulator != nullptr) {
-         setenv("ZLC_SIMULATOR", simulator, 1);
-      } else {
-         unsetenv("ZLC_SIMULATOR");
-      }
-      std::vector<char *> argv;
-      argv.push_back(const_cast<char *>(tool.c_str()));
-      for (std::string &arg : args) {
-         argv.push_back(arg.data());
-      }
-      argv.push_back(nullptr);
-      execv(tool.c_str(), argv.data());
-      _exit(127);
-   }
-   ToolRun run;
-   int status = 0;
-   waitpid(child, &status, 0);
-   run.status = WIFEXITED(status) ? WEXITSTATUS(status) : -1;
-   run.out = ReadFile(out);
-   run.err = ReadFile(err);
-   return run;
-}
+using testtools::FindTool;
+using testtools::InSimulator;
+using testtools::RunTool;
+using testtools::ToolRun;
 
 class PkillLive : public testing::Test {
  protected:
@@ -130,14 +77,14 @@ class PkillLive : public testing::Test {
       std::ofstream(json) << "{\"zifcache\": 1,\n \"lists\": [{\"node\": \"userworld_cartel\", \"instances\": ["
                           << instances << "]}],\n \"records\": [" << records.substr(1) << "]}\n";
       const fs::path packed = dir_ / "host.zifc";
-      const ToolRun pack = RunTool(zifcache_, {"pack", json.string(), packed.string()}, dir_, nullptr);
+      const ToolRun pack = RunTool(zifcache_, {"pack", json.string(), packed.string()}, dir_);
       EXPECT_EQ(pack.status, 0) << pack.err;
       return packed.string();
    }
 
    ToolRun Pkill(const std::string &host, std::vector<std::string> args) {
       args.insert(args.begin(), "pkill");
-      return RunTool(zlcziftools_, args, dir_, host.c_str());
+      return RunTool(zlcziftools_, args, dir_, InSimulator(host));
    }
 
    // The signal that ended the child, 0 while it lives on (after a grace
@@ -228,10 +175,10 @@ namespace {
 // The test itself is the parent of the command it starts.
 TEST_F(PkillLive, PidofOmitsItsParentProcess) {
    const std::string host = Host({{getpid(), "runner", "/usr/bin/runner"}, {2147483646, "runner", "/opt/runner"}});
-   ToolRun run = RunTool(zlcziftools_, {"pidof", "-o", "%PPID", "runner"}, dir_, host.c_str());
+   ToolRun run = RunTool(zlcziftools_, {"pidof", "-o", "%PPID", "runner"}, dir_, InSimulator(host));
    EXPECT_EQ(run.status, 0) << run.err;
    EXPECT_EQ(run.out, "2147483646 \n");
-   run = RunTool(zlcziftools_, {"pidof", "runner"}, dir_, host.c_str());
+   run = RunTool(zlcziftools_, {"pidof", "runner"}, dir_, InSimulator(host));
    EXPECT_EQ(run.out, std::to_string(getpid()) + " 2147483646 \n");
 }
 
