@@ -67,10 +67,7 @@ def main():
     if "@TABLES@" not in text:
         sys.exit(f"{template_path}: no @TABLES@ line")
     text = text.replace("@TABLES@", tables(commands, signals, prefix))
-    tmp = out_path + ".tmp"
-    with open(tmp, "w", encoding="utf-8") as f:
-        f.write(text)
-    os.replace(tmp, out_path)
+    optionstable.write_replacing(out_path, text)
 
 
 if __name__ == "__main__":

@@ -25,10 +25,7 @@ def main():
                 out.append(optionstable.scdoc_list(commands[name]))
             else:
                 out.append(line)
-    tmp = out_path + ".tmp"
-    with open(tmp, "w", encoding="utf-8") as f:
-        f.writelines(out)
-    os.replace(tmp, out_path)
+    optionstable.write_replacing(out_path, "".join(out))
 
 
 if __name__ == "__main__":

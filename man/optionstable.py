@@ -3,6 +3,7 @@
 The man page generator, the completion generator and the install tests all go
 through this module, so that the three cannot read the table differently.
 """
+import os
 import re
 from dataclasses import dataclass, field
 
@@ -112,3 +113,12 @@ def scdoc_list(command):
     if not command.options:
         return "This command takes no options.\n"
     return "\n".join(f"{scdoc_term(o)}\n\t{o.text}\n" for o in command.options)
+
+
+def write_replacing(path, text):
+    """Writes text to path through a temporary file, so that a reader never
+    sees half a file and a failed build leaves the old one."""
+    tmp = path + ".tmp"
+    with open(tmp, "w", encoding="utf-8") as f:
+        f.write(text)
+    os.replace(tmp, path)

@@ -70,22 +70,23 @@ void Capture::SeedModules() {
    }
 }
 
-void Capture::List(std::string_view node, zif::Keys parent, zif::Keys instances) {
+void Capture::Add(zif::EntryKind kind, std::string_view node, zif::Keys keys, std::vector<uint8_t> bytes,
+                  zif::Keys instances) {
    zif::Entry e;
-   e.kind = zif::EntryKind::List;
+   e.kind = kind;
    e.node = node;
-   e.keys = std::move(parent);
+   e.keys = std::move(keys);
+   e.bytes = std::move(bytes);
    e.instances = std::move(instances);
    entries.push_back(std::move(e));
 }
 
+void Capture::List(std::string_view node, zif::Keys parent, zif::Keys instances) {
+   Add(zif::EntryKind::List, node, std::move(parent), {}, std::move(instances));
+}
+
 void Capture::Put(std::string_view node, zif::Keys keys, std::vector<uint8_t> bytes) {
-   zif::Entry e;
-   e.kind = zif::EntryKind::Record;
-   e.node = node;
-   e.keys = std::move(keys);
-   e.bytes = std::move(bytes);
-   entries.push_back(std::move(e));
+   Add(zif::EntryKind::Record, node, std::move(keys), std::move(bytes));
 }
 
 void Capture::PutText(std::string_view node, zif::Keys keys, std::string_view text, size_t width) {
@@ -97,21 +98,12 @@ void Capture::PutText(std::string_view node, zif::Keys keys, std::string_view te
 }
 
 void Capture::PutSet(std::string_view node, zif::Keys input, std::vector<uint8_t> output) {
-   zif::Entry e;
-   e.kind = zif::EntryKind::Set;
-   e.node = node;
-   e.keys = std::move(input);
-   e.bytes = std::move(output);
-   entries.push_back(std::move(e));
+   Add(zif::EntryKind::Set, node, std::move(input), std::move(output));
 }
 
 void Capture::PutDevInfo(zif::Keys function, std::vector<uint8_t> reply) {
-   zif::Entry e;
-   e.kind = zif::EntryKind::DevInfo;
-   e.keys = std::move(function);
    reply.resize(1024, 0);
-   e.bytes = std::move(reply);
-   entries.push_back(std::move(e));
+   Add(zif::EntryKind::DevInfo, {}, std::move(function), std::move(reply));
 }
 
 } // namespace capture

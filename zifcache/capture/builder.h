@@ -113,6 +113,10 @@ public:
    std::vector<std::string> notes;
    // The scan of /proc, made by the first part that needs it (processes.h).
    std::shared_ptr<std::vector<ProcessInfo>> processes;
+
+private:
+   void Add(zif::EntryKind kind, std::string_view node, zif::Keys keys, std::vector<uint8_t> bytes,
+            zif::Keys instances = {});
 };
 
 inline zif::Key IntKey(int64_t v) { return zif::Key::ofInt(v); }
