@@ -1,0 +1,266 @@
+#!/usr/bin/env python3
+"""Makes the bundled sample host (samples/host/*.json) from a capture of a real
+machine and hand-written enrichments.
+
+    make-sample.py scrub RAW.json > samples/source/capture.json
+    make-sample.py [--source DIR] [--out DIR]      writes samples/host/*.json
+    make-sample.py --check [--source DIR] [--out DIR]
+
+`scrub` turns the JSON form of `zifcache capture` (scripts/capture-sample.sh)
+into the committed samples/source/capture.json. It is deterministic and drops
+only what does not belong in a sample:
+  - every user process (its worlds, command line, files, mappings and child
+    list): on the machine the sample was taken from they are the VM's own
+    agent and the build and test jobs running at the time, and their command
+    lines carry their settings and environment. The kernel's threads stay;
+    the enrichment supplies the user processes;
+  - ramdisks mounted under /mnt/sandboxing (the VM's tooling mount);
+  - the kernel command line's arguments for init (everything from " -- ");
+  - the signature, so that the sample always matches the library it is
+    packed with, and the capture's output path in meta "by".
+
+The default action merges samples/source/capture.json with every
+samples/source/enrich/*.json (in name order) and writes one document per
+family into the output directory. `zifcache pack` refuses duplicate entries,
+so the merge resolves them:
+  - records, data and devinfo replies: an enrichment entry replaces the
+    capture's entry of the same node and keys (function), in place;
+  - set answers: likewise, by node and input;
+  - lists: an enrichment list of the same node and parent is unioned with the
+    capture's (the capture's instances first, then the new ones in the
+    enrichment's order); with "replace": true it replaces it instead, and a
+    list with a "status" (an injected failure) always replaces;
+  - records or lists named in an enrichment's "remove" array
+    ({"section": ..., "node": ..., "keys"/"parent": ...}) are dropped;
+  - two enrichments that set the same entry are an error, as is a node whose
+    family is not known below.
+meta comes from the capture, with each enrichment's notes appended.
+
+--check makes the documents in memory and compares them with the output
+directory; it prints what differs and exits 1 when they are not identical.
+"""
+import argparse
+import copy
+import json
+import os
+import sys
+
+ROOT = os.path.dirname(os.path.dirname(os.path.abspath(__file__)))
+WIDTH = 110
+
+# Which output document holds a node: the first prefix that matches.
+FAMILIES = [
+    ("world", ("world", "userworld_", "sched_Vcpus_")),
+    ("pci", ("hardware_pci_", "system_modules")),
+    ("acpi", ("hardware_acpi_", "system_devicetree_")),
+    ("boot", ("system_boot", "hardware_interrupts_", "hardware_cpu_")),
+    ("hostinfo", ("system_ntpclock_", "sched_globalStats_", "sched_groups_stats_cpuStatsDir_", "system_version",
+                  "hardware_chipset_")),
+    ("memfs", ("system_zelorfs_", "sched_groups_", "sched_groupPathNameToID")),
+]
+SECTIONS = ("lists", "records", "data", "devinfo", "sets")
+SCRUBBED_MOUNTS = "/mnt/sandboxing"
+
+
+def fail(message):
+    sys.stderr.write("make-sample.py: %s\n" % message)
+    sys.exit(1)
+
+
+def family_of(node):
+    for family, prefixes in FAMILIES:
+        if node.startswith(prefixes):
+            return family
+    fail("no family for node %s" % node)
+    return None
+
+
+def identity(section, entry):
+    """What makes two entries of a section the same entry for zifcache pack."""
+    if section == "lists":
+        return (entry["node"], json.dumps(entry.get("parent", [])))
+    if section == "devinfo":
+        return ("devinfo", json.dumps(entry["function"]))
+    if section == "sets":
+        return (entry["node"], json.dumps(entry.get("input")))
+    return (entry["node"], json.dumps(entry.get("keys", [])))
+
+
+def layout(value, indent=0):
+    """The project's compact JSON layout: what fits in WIDTH columns stays on one line."""
+    flat = json.dumps(value, ensure_ascii=True)
+    if len(flat) + indent <= WIDTH or not isinstance(value, (dict, list)) or not value:
+        return flat
+    pad = " " * (indent + 2)
+    if isinstance(value, dict):
+        items = ["%s%s: %s" % (pad, json.dumps(k), layout(v, indent + 2)) for k, v in value.items()]
+        return "{\n" + ",\n".join(items) + "\n" + " " * indent + "}"
+    items = [pad + layout(v, indent + 2) for v in value]
+    return "[\n" + ",\n".join(items) + "\n" + " " * indent + "]"
+
+
+def load(path):
+    with open(path, encoding="utf-8") as f:
+        return json.load(f)
+
+
+# ---------------------------------------------------------------------------
+# scrub
+
+
+def scrub(raw):
+    doc = copy.deepcopy(raw)
+    doc.pop("signature", None)
+    records = doc.get("records", [])
+
+    kernel_worlds = set()
+    for r in records:
+        if r["node"] == "world_info" and r.get("fields", {}).get("cartelId", 0) == 0:
+            kernel_worlds.add(r["keys"][0])
+
+    def keep_list(entry):
+        node = entry["node"]
+        if node.startswith("userworld_cartel_"):
+            return False
+        if node == "system_zelorfs_ramdisks":
+            entry["instances"] = [i for i in entry["instances"] if not str(i).startswith(SCRUBBED_MOUNTS)]
+        if node == "userworld_cartel":
+            entry["instances"] = []
+        if node == "world":
+            entry["instances"] = [i for i in entry["instances"] if i in kernel_worlds]
+        return True
+
+    def keep_record(entry):
+        node, keys = entry["node"], entry.get("keys", [])
+        if node.startswith("userworld_cartel"):
+            return False
+        if node.startswith(("world", "sched_Vcpus_")):
+            return keys[0] in kernel_worlds
+        if node.startswith("system_zelorfs_ramdisks") and str(keys[0]).startswith(SCRUBBED_MOUNTS):
+            return False
+        if node == "system_bootCmdLine" and "text" in entry:
+            entry["text"] = entry["text"].split(" -- ")[0]
+        return True
+
+    doc["lists"] = [l for l in doc.get("lists", []) if keep_list(l)]
+    doc["records"] = [r for r in records if keep_record(r)]
+    meta = doc.get("meta")
+    if meta:
+        meta["by"] = "zifcache capture"
+        meta.setdefault("notes", []).append(
+            "scrubbed by scripts/make-sample.py: user processes, the tooling mount and init's arguments left out")
+    return doc
+
+
+# ---------------------------------------------------------------------------
+# merge
+
+
+def merge(capture, enrichments):
+    """Merges (name, document) enrichments into the capture; returns one document."""
+    merged = {section: list(capture.get(section, [])) for section in SECTIONS}
+    meta = copy.deepcopy(capture.get("meta", {}))
+    simulator = capture.get("simulator")
+    index = {section: {identity(section, e): i for i, e in enumerate(merged[section])} for section in SECTIONS}
+    setters = {}
+
+    for name, doc in enrichments:
+        unknown = set(doc) - {"zifcache", "meta", "simulator", "remove"} - set(SECTIONS)
+        if unknown:
+            fail("%s: unknown members %s" % (name, ", ".join(sorted(unknown))))
+        for removal in doc.get("remove", []):
+            section = removal["section"]
+            ident = identity(section, removal)
+            if ident not in index[section]:
+                fail("%s: nothing to remove for %s" % (name, ident))
+            merged[section][index[section].pop(ident)] = None
+        for section in SECTIONS:
+            for entry in doc.get(section, []):
+                entry = copy.deepcopy(entry)
+                ident = identity(section, entry)
+                if (section, ident) in setters:
+                    fail("%s and %s both set %s %s" % (setters[(section, ident)], name, section, ident))
+                setters[(section, ident)] = name
+                replace = entry.pop("replace", False)
+                if ident not in index[section]:
+                    index[section][ident] = len(merged[section])
+                    merged[section].append(entry)
+                    continue
+                at = index[section][ident]
+                old = merged[section][at]
+                if section == "lists" and not replace and "instances" in entry and "instances" in old:
+                    union = list(old["instances"])
+                    union += [i for i in entry["instances"] if i not in union]
+                    entry["instances"] = union
+                merged[section][at] = entry
+        notes = doc.get("meta", {}).get("notes", [])
+        if notes:
+            meta.setdefault("notes", []).extend(notes)
+        if "simulator" in doc:
+            simulator = doc["simulator"]
+
+    for section in SECTIONS:
+        merged[section] = [e for e in merged[section] if e is not None]
+    if meta:
+        meta["by"] = "scripts/make-sample.py: a capture of a real machine with hand-written enrichments"
+    return meta, simulator, merged
+
+
+def split(meta, simulator, merged):
+    """One document per family; meta and simulator go with the host information."""
+    documents = {family: {"zifcache": 1} for family, _ in FAMILIES}
+    host = documents["hostinfo"]
+    if simulator is not None:
+        host["simulator"] = simulator
+    if meta:
+        host["meta"] = meta
+    for section in SECTIONS:
+        for entry in merged[section]:
+            node = "hardware_pci_" if section == "devinfo" else entry["node"]
+            documents[family_of(node)].setdefault(section, []).append(entry)
+    return {family + ".json": layout(doc) + "\n" for family, doc in documents.items()}
+
+
+def make(source):
+    capture = load(os.path.join(source, "capture.json"))
+    enrich_dir = os.path.join(source, "enrich")
+    names = sorted(n for n in os.listdir(enrich_dir) if n.endswith(".json"))
+    enrichments = [(n, load(os.path.join(enrich_dir, n))) for n in names]
+    return split(*merge(capture, enrichments))
+
+
+def main():
+    if len(sys.argv) >= 2 and sys.argv[1] == "scrub":
+        if len(sys.argv) != 3:
+            fail("usage: make-sample.py scrub RAW.json")
+        raw = json.load(sys.stdin) if sys.argv[2] == "-" else load(sys.argv[2])
+        sys.stdout.write(layout(scrub(raw)) + "\n")
+        return 0
+    parser = argparse.ArgumentParser(description="Makes samples/host from samples/source.")
+    parser.add_argument("--source", default=os.path.join(ROOT, "samples", "source"))
+    parser.add_argument("--out", default=os.path.join(ROOT, "samples", "host"))
+    parser.add_argument("--check", action="store_true", help="compare with --out instead of writing")
+    args = parser.parse_args()
+    documents = make(args.source)
+    present = sorted(n for n in os.listdir(args.out) if n.endswith(".json")) if os.path.isdir(args.out) else []
+    if args.check:
+        differ = [n for n in sorted(documents) if n not in present or open(os.path.join(args.out, n),
+                                                                           encoding="utf-8").read() != documents[n]]
+        extra = [n for n in present if n not in documents]
+        for n in differ:
+            print("%s differs from what scripts/make-sample.py makes" % os.path.join(args.out, n))
+        for n in extra:
+            print("%s is not made by scripts/make-sample.py" % os.path.join(args.out, n))
+        return 1 if differ or extra else 0
+    os.makedirs(args.out, exist_ok=True)
+    for n in present:
+        if n not in documents:
+            os.remove(os.path.join(args.out, n))
+    for n, text in documents.items():
+        with open(os.path.join(args.out, n), "w", encoding="utf-8") as f:
+            f.write(text)
+    return 0
+
+
+if __name__ == "__main__":
+    sys.exit(main())

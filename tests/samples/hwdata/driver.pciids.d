@@ -1,0 +1,1 @@
+../../../samples/hwdata/driver.pciids.d
