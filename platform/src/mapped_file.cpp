@@ -56,9 +56,19 @@ std::optional<std::span<const uint8_t>> MappedFile::mapRange(uint64_t offset, ui
 std::optional<std::span<const uint8_t>> MappedFile::view(uint64_t offset, uint64_t length) {
    if (offset > size_ || length > size_ - offset) return std::nullopt;
    if (length == 0) return std::span<const uint8_t>();
-   for (const Mapping &m : mappings_) {
-      if (offset >= m.offset && offset + length <= m.offset + m.length) {
-         return std::span<const uint8_t>(static_cast<const uint8_t *>(m.base) + (offset - m.offset), length);
+   auto inside = [offset, length](const Mapping &m) {
+      return offset >= m.offset && offset + length <= m.offset + m.length;
+   };
+   auto viewOf = [offset, length](const Mapping &m) {
+      return std::span<const uint8_t>(static_cast<const uint8_t *>(m.base) + (offset - m.offset), length);
+   };
+   if (lastHit_ < mappings_.size() && inside(mappings_[lastHit_])) return viewOf(mappings_[lastHit_]);
+   // Newest first: once the small mappings run out, the wide windows that
+   // serve most reads are the last ones made.
+   for (size_t i = mappings_.size(); i-- > 0;) {
+      if (inside(mappings_[i])) {
+         lastHit_ = i;
+         return viewOf(mappings_[i]);
       }
    }
    // Map just the pages asked for: on some hosts the cost of a mapping grows

@@ -41,6 +41,7 @@ private:
    int fd_ = -1;
    uint64_t size_ = 0;
    std::vector<Mapping> mappings_; // the whole file, or windows
+   size_t lastHit_ = 0;            // the mapping that served the last view: reads come in runs
 };
 
 // Writes path through a temporary file in the same directory: write, fsync,

@@ -54,6 +54,26 @@ uint64_t getU64(const uint8_t *p) {
    return v;
 }
 
+// Integer keys are stored big-endian with the sign bit flipped, so that their
+// bytes sort in numeric order: a walk over a node in instance order then
+// reads the index front to back.
+constexpr uint64_t kKeySignBit = uint64_t{1} << 63;
+
+void putIntKey(std::string &out, int64_t number) {
+   const uint64_t v = static_cast<uint64_t>(number) ^ kKeySignBit;
+   for (int i = 7; i >= 0; i--) {
+      out.push_back(static_cast<char>(v >> (8 * i)));
+   }
+}
+
+int64_t getIntKey(const uint8_t *p) {
+   uint64_t v = 0;
+   for (int i = 0; i < 8; i++) {
+      v = (v << 8) | p[i];
+   }
+   return static_cast<int64_t>(v ^ kKeySignBit);
+}
+
 void putString(std::string &out, std::string_view s) {
    putU32(out, static_cast<uint32_t>(s.size()));
    out.append(s);
@@ -93,6 +113,7 @@ public:
       return true;
    }
    size_t left() const { return bytes_.size() - pos_; }
+   void skip(size_t n) { pos_ += n; }
    size_t pos() const { return pos_; }
 
 private:
@@ -137,7 +158,7 @@ std::string_view sectionName(SectionId id) {
 void appendKey(std::string &out, KeyType type, int64_t number, std::string_view text) {
    out.push_back(static_cast<char>(type));
    if (type == KeyType::Int) {
-      putU64(out, static_cast<uint64_t>(number));
+      putIntKey(out, number);
    } else if (type == KeyType::Text) {
       putString(out, text);
    }
@@ -158,9 +179,9 @@ bool decodeKeys(std::span<const uint8_t> bytes, Keys &out) {
       uint8_t type = bytes[pos++];
       Cursor c(bytes.subspan(pos));
       if (type == static_cast<uint8_t>(KeyType::Int)) {
-         uint64_t v = 0;
-         if (!c.u64(v)) return false;
-         out.push_back(Key::ofInt(static_cast<int64_t>(v)));
+         if (c.left() < 8) return false;
+         out.push_back(Key::ofInt(getIntKey(bytes.data() + pos)));
+         c.skip(8);
       } else if (type == static_cast<uint8_t>(KeyType::Text)) {
          std::string_view s;
          if (!c.text(s)) return false;
@@ -563,6 +584,7 @@ Reader::Group &Reader::group(EntryKind kind, uint32_t nameId) const {
       if (groupAt(mid) <= id) lo = mid + 1; else hi = mid;
    }
    g.last = lo;
+   g.next = g.first;
    return groups_.emplace(id, std::move(g)).first->second;
 }
 
@@ -579,9 +601,20 @@ std::optional<size_t> Reader::find(EntryKind kind, std::string_view node, std::s
       id = static_cast<uint32_t>(it - names_.begin());
    }
    Group &g = group(kind, id);
-   // A command that walks a node reads many of its entries: after a few
-   // lookups the group gets a hash table, so that a walk costs linear time,
-   // while opening a file and reading one record never builds one.
+   // The entry after the last one found, or that one again (several worlds
+   // of one cartel read the cartel's records in turn).
+   if (g.next < g.last && keyText(g.next) == key) return g.next++;
+   if (g.next > g.first && keyText(g.next - 1) == key) return g.next - 1;
+   std::optional<size_t> found = findOutOfOrder(g, key);
+   if (found) g.next = *found + 1;
+   return found;
+}
+
+std::optional<size_t> Reader::findOutOfOrder(Group &g, std::string_view key) const {
+   // A command that walks a node out of key order reads many of its entries:
+   // after a few such lookups the group gets a hash table, so that the walk
+   // costs linear time, while opening a file and reading one record never
+   // builds one.
    constexpr unsigned kLookupsBeforeHashing = 16;
    if (g.byKey.empty() && g.last - g.first > kLookupsBeforeHashing && ++g.lookups > kLookupsBeforeHashing) {
       g.byKey.reserve(g.last - g.first);

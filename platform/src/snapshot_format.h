@@ -18,7 +18,7 @@
 namespace zif {
 
 inline constexpr char kMagic[8] = {'Z', 'I', 'F', 'S', 'N', 'A', 'P', '\0'};
-inline constexpr uint32_t kFormatVersion = 1;
+inline constexpr uint32_t kFormatVersion = 2;
 inline constexpr size_t kHeaderSize = 192;
 inline constexpr size_t kSectionCount = 5;
 inline constexpr size_t kSectionTableOffset = 64;
@@ -195,14 +195,17 @@ private:
    };
    std::span<const uint8_t> section(SectionId id) const; // not for Data
    ZLC_ReturnStatus data(uint64_t offset, uint64_t length, std::span<const uint8_t> &out) const;
-   // The run of index entries of one kind and node, [first, last), and
-   // once it is looked up often, a hash table of its keys.
+   // The run of index entries of one kind and node, [first, last), the entry
+   // after the last one found (a walk in key order finds each next there), and
+   // once it is looked up often out of order, a hash table of its keys.
    struct Group {
       size_t first = 0, last = 0;
+      size_t next = 0;
       unsigned lookups = 0;
       std::unordered_map<std::string_view, size_t> byKey;
    };
    Group &group(EntryKind kind, uint32_t nameId) const;
+   std::optional<size_t> findOutOfOrder(Group &g, std::string_view key) const;
    std::string_view keyText(size_t i) const;
 
    std::unique_ptr<MemorySource> own_;

@@ -6,7 +6,10 @@
 #include "testutil.h"
 
 #include <algorithm>
+#include <cstdint>
 #include <cstring>
+#include <string>
+#include <vector>
 
 using namespace ziftest;
 using zif::EntryKind;
@@ -329,4 +332,38 @@ TEST_F(Damage, LargeFilesAreReadThroughPartialMappings) {
    ZIFData_Destroy(in);
    ZIFData_Destroy(out);
    ZIF_ParamListDestroy(q);
+}
+
+// Integer keys sort in numeric order, negatives first, and every order of
+// lookups (in order, the same key again, backwards, missing, interleaved)
+// finds the entry of its key, whatever the reader remembers between them.
+TEST(Lookup, IntegerKeysSortNumericallyAndAnyLookupOrderFindsItsEntry) {
+   const std::vector<int64_t> numbers = {INT64_MIN, -70000, -1, 0, 1, 255, 256, 65536, 70000, INT64_MAX};
+   for (size_t i = 1; i < numbers.size(); i++) {
+      EXPECT_LT(zif::encodeKeys({zif::Key::ofInt(numbers[i - 1])}), zif::encodeKeys({zif::Key::ofInt(numbers[i])}))
+         << numbers[i - 1] << " before " << numbers[i];
+   }
+   std::string json = R"({"records": [)";
+   for (int n = -40; n < 40; n++) {
+      json += (n > -40 ? ", " : "") + std::string(R"({"node": "world_name", "keys": [)") + std::to_string(n * 300) +
+              R"(], "text": "w)" + std::to_string(n * 300) + R"("})";
+   }
+   json += "]}";
+   zif::Reader reader;
+   const std::vector<uint8_t> file = zif::packJson(json);
+   ASSERT_EQ(reader.open(file), ZLC_OK);
+   auto nameOf = [&](int64_t n) -> std::string {
+      auto i = reader.find(EntryKind::Record, "world_name", zif::encodeKeys({zif::Key::ofInt(n)}));
+      std::span<const uint8_t> bytes;
+      if (!i || reader.payload(*i, bytes) != ZLC_OK) return "-";
+      return std::string(bytes.begin(), bytes.end() - 1);
+   };
+   std::vector<int64_t> order;
+   for (int n = -40; n < 40; n++) order.push_back(n * 300);            // in key order
+   for (int n = 39; n >= -40; n--) order.insert(order.end(), 2, n * 300); // backwards, each twice
+   for (int n = 0; n < 80; n++) order.push_back(((n * 37) % 80 - 40) * 300); // scattered
+   for (int64_t n : order) EXPECT_EQ(nameOf(n), "w" + std::to_string(n));
+   EXPECT_EQ(nameOf(1), "-");
+   EXPECT_EQ(nameOf(-12001), "-");
+   EXPECT_EQ(nameOf(12000), "-");
 }
