@@ -45,8 +45,11 @@ import json
 import os
 import sys
 
+# The layout every JSON file of the tree is written in.
+sys.path.insert(0, os.path.join(os.path.dirname(os.path.abspath(__file__)), "..", "tests", "harness"))
+from format_json import layout  # noqa: E402
+
 ROOT = os.path.dirname(os.path.dirname(os.path.abspath(__file__)))
-WIDTH = 110
 
 # Which output document holds a node: the first prefix that matches.
 FAMILIES = [
@@ -84,19 +87,6 @@ def identity(section, entry):
     if section == "sets":
         return (entry["node"], json.dumps(entry.get("input")))
     return (entry["node"], json.dumps(entry.get("keys", [])))
-
-
-def layout(value, indent=0):
-    """The project's compact JSON layout: what fits in WIDTH columns stays on one line."""
-    flat = json.dumps(value, ensure_ascii=True)
-    if len(flat) + indent <= WIDTH or not isinstance(value, (dict, list)) or not value:
-        return flat
-    pad = " " * (indent + 2)
-    if isinstance(value, dict):
-        items = ["%s%s: %s" % (pad, json.dumps(k), layout(v, indent + 2)) for k, v in value.items()]
-        return "{\n" + ",\n".join(items) + "\n" + " " * indent + "}"
-    items = [pad + layout(v, indent + 2) for v in value]
-    return "[\n" + ",\n".join(items) + "\n" + " " * indent + "]"
 
 
 def load(path):

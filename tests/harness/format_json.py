@@ -8,7 +8,7 @@ import sys
 WIDTH = 110
 
 
-def layout(value, indent):
+def layout(value, indent=0):
     flat = json.dumps(value, ensure_ascii=True)
     if len(flat) + indent <= WIDTH or not isinstance(value, (dict, list)) or not value:
         return flat
@@ -20,8 +20,9 @@ def layout(value, indent):
     return "[\n" + ",\n".join(items) + "\n" + " " * indent + "]"
 
 
-for path in sys.argv[1:]:
-    with open(path, encoding="utf-8") as f:
-        data = json.load(f)
-    with open(path, "w", encoding="utf-8") as f:
-        f.write(layout(data, 0) + "\n")
+if __name__ == "__main__":
+    for path in sys.argv[1:]:
+        with open(path, encoding="utf-8") as f:
+            data = json.load(f)
+        with open(path, "w", encoding="utf-8") as f:
+            f.write(layout(data) + "\n")
