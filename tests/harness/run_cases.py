@@ -125,10 +125,11 @@ class Runner:
         with open(self.case_file, encoding="utf-8") as f:
             self.table = json.load(f)
 
-    def load_snapshot(self, spec):
-        if spec is None or isinstance(spec, dict):
-            return spec
-        with open(os.path.join(self.case_dir, spec), encoding="utf-8") as f:
+    def load_snapshot(self, given):
+        """A snapshot given inline (or null) as it is; a path, read from the case file's folder."""
+        if given is None or isinstance(given, dict):
+            return given
+        with open(os.path.join(self.case_dir, given), encoding="utf-8") as f:
             return json.load(f)
 
     def substitute(self, text, tmp):
