@@ -1,10 +1,10 @@
 // Opening a snapshot and reading one record must cost about the same for a
 // 10 KB file and a 1 GB file: the open checks the header and the index only,
 // and a record's checksum covers just that record.
-#include "layouts.h"
-#include "mapped_file.h"
-#include "snapshot_format.h"
-#include "source.h"
+#include "zifformat/layouts.h"
+#include "zifformat/mapped_file.h"
+#include "zifformat/snapshot_format.h"
+#include "zellibs_testing.h"
 #include "zellibs.h"
 
 #include <benchmark/benchmark.h>

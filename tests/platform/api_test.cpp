@@ -1,6 +1,6 @@
 // The C API against snapshots: lists, records, data, sets, devinfo, injected
 // failures, signatures, and the small helpers.
-#include "layouts.h"
+#include "zifformat/layouts.h"
 #include "testutil.h"
 
 #include <cstring>

@@ -1,8 +1,8 @@
 // The snapshot format: damaged and truncated files are refused with the right
 // status, JSON round trips are byte-identical, pack refuses bad entries.
-#include "layouts.h"
-#include "mapped_file.h"
-#include "snapshot_format.h"
+#include "zifformat/layouts.h"
+#include "zifformat/mapped_file.h"
+#include "zifformat/snapshot_format.h"
 #include "testutil.h"
 
 #include <algorithm>

@@ -2,8 +2,8 @@
 // temporary directory, and a source reset between cases.
 #pragma once
 
-#include "snapshot_json.h"
-#include "source.h"
+#include "zifformat/snapshot_json.h"
+#include "zellibs_testing.h"
 #include "zellibs.h"
 
 #include <gtest/gtest.h>

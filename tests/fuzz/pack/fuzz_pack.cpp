@@ -1,7 +1,7 @@
 // Fuzz target: arbitrary text given to zifcache's JSON parser. Whatever it
 // accepts must open cleanly, and dump then pack must give the same bytes.
-#include "snapshot_format.h"
-#include "snapshot_json.h"
+#include "zifformat/snapshot_format.h"
+#include "zifformat/snapshot_json.h"
 
 #include <cstddef>
 #include <cstdint>

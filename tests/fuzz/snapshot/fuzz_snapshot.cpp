@@ -1,8 +1,8 @@
 // Fuzz target: arbitrary bytes opened as a snapshot, then every entry walked
 // the way the library and zifcache walk them. Must never crash, read out of
 // bounds or loop.
-#include "snapshot_format.h"
-#include "snapshot_json.h"
+#include "zifformat/snapshot_format.h"
+#include "zifformat/snapshot_json.h"
 
 #include <cstddef>
 #include <cstdint>

@@ -283,7 +283,7 @@ class RealIds : public testing::Test {
  protected:
    static void SetUpTestSuite() {
       testing::internal::CaptureStderr();
-      PCIBuildTableFrom(fs::path(__FILE__).parent_path().parent_path().parent_path() / "pci" / "data");
+      PCIBuildTableFrom(fs::path(ZIF_TESTS_DIR) / "pci" / "data");
       messages_ = testing::internal::GetCapturedStderr();
    }
    static void TearDownTestSuite() { PCIFreeTables(); }

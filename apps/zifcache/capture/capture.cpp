@@ -3,7 +3,7 @@
 // is renamed over OUT (as pack does), with the provenance in its meta.
 #include "capture.h"
 
-#include "mapped_file.h"
+#include "zifformat/mapped_file.h"
 #include "parts.h"
 
 #include <cstdio>

@@ -1,4 +1,4 @@
-#include "mapped_file.h"
+#include "zifformat/mapped_file.h"
 
 #include <algorithm>
 #include <cerrno>

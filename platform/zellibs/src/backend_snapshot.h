@@ -2,7 +2,7 @@
 #pragma once
 
 #include "backend.h"
-#include "mapped_file.h"
+#include "zifformat/mapped_file.h"
 
 namespace zif {
 

@@ -1,6 +1,6 @@
 // Snapshot writer and reader. The reader treats the file as hostile: every
 // offset and length is checked against the bytes actually present before use.
-#include "snapshot_format.h"
+#include "zifformat/snapshot_format.h"
 
 #include <bit>
 

@@ -6,9 +6,9 @@
 //   zifcache check IN
 //   zifcache capture OUT [--only PARTS] [--exclude PARTS]
 #include "capture/capture.h"
-#include "mapped_file.h"
-#include "snapshot_format.h"
-#include "snapshot_json.h"
+#include "zifformat/mapped_file.h"
+#include "zifformat/snapshot_format.h"
+#include "zifformat/snapshot_json.h"
 
 #include <CLI/CLI.hpp>
 

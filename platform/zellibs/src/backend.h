@@ -2,7 +2,7 @@
 // file, simulator, host kernel) implements it in its own file.
 #pragma once
 
-#include "snapshot_format.h"
+#include "zifformat/snapshot_format.h"
 
 #include <array>
 #include <memory>

@@ -3,7 +3,7 @@
 // file, which is rewritten atomically so that the next process sees them.
 #include "backend_snapshot.h"
 
-#include "layouts.h"
+#include "zifformat/layouts.h"
 
 #include <charconv>
 #include <climits>

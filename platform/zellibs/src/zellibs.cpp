@@ -4,8 +4,8 @@
 #include "zellibs.h"
 
 #include "backend.h"
-#include "layouts.h"
-#include "source.h"
+#include "zifformat/layouts.h"
+#include "zellibs_testing.h"
 
 #include <cctype>
 #include <cstddef>

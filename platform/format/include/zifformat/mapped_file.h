@@ -1,7 +1,7 @@
 // Read-only file mappings and atomic file replacement.
 #pragma once
 
-#include "snapshot_format.h"
+#include "zifformat/snapshot_format.h"
 
 #include <functional>
 #include <span>

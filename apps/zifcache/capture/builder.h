@@ -4,8 +4,8 @@
 #pragma once
 
 #include "fileio.h"
-#include "layouts.h"
-#include "snapshot_format.h"
+#include "zifformat/layouts.h"
+#include "zifformat/snapshot_format.h"
 
 #include <cstdint>
 #include <map>

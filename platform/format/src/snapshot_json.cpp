@@ -1,8 +1,8 @@
 // JSON <-> snapshot model. Every refusal names the document and the entry's
 // position, e.g. "in.json: records[3]: unknown node "wrld_info"".
-#include "snapshot_json.h"
+#include "zifformat/snapshot_json.h"
 
-#include "layouts.h"
+#include "zifformat/layouts.h"
 
 #include <cinttypes>
 #include <cstring>

@@ -1,6 +1,6 @@
 // Builds the node and layout tables from the X-macro lists in the public
 // headers, so that adding a record to a .def file needs no code here.
-#include "layouts.h"
+#include "zifformat/layouts.h"
 
 #include "zellibs.h"
 

@@ -1,7 +1,7 @@
 // The JSON form of a snapshot: parsing (zifcache pack) and printing (dump).
 #pragma once
 
-#include "snapshot_format.h"
+#include "zifformat/snapshot_format.h"
 
 #include <string>
 #include <string_view>
