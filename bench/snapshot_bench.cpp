@@ -1,11 +1,11 @@
 // Opening a snapshot and reading one record must cost about the same for a
 // 10 KB file and a 1 GB file: the open checks the header and the index only,
 // and a record's checksum covers just that record.
+#include "zellibs.h"
+#include "zellibs_testing.h"
 #include "zifformat/layouts.h"
 #include "zifformat/mapped_file.h"
 #include "zifformat/snapshot_format.h"
-#include "zellibs_testing.h"
-#include "zellibs.h"
 
 #include <benchmark/benchmark.h>
 
@@ -25,7 +25,9 @@ std::string gSmall, gLarge;
 void generate(const std::string &path, size_t blobSize) {
    constexpr int kBlobs = 16;
    std::vector<uint8_t> blob(blobSize);
-   for (size_t i = 0; i < blob.size(); i++) blob[i] = static_cast<uint8_t>(i * 131 + 7);
+   for (size_t i = 0; i < blob.size(); i++) {
+      blob[i] = static_cast<uint8_t>(i * 131 + 7);
+   }
    static const uint8_t name[] = {'i', 'n', 'i', 't', 0};
 
    std::vector<zif::RawEntry> entries;
@@ -34,7 +36,7 @@ void generate(const std::string &path, size_t blobSize) {
       entries.push_back({zif::EntryKind::Data, "system_bootOptionFiles_content", zif::encodeKeys(keys), 0, blob, {}});
    }
    entries.push_back(
-      {zif::EntryKind::Record, "world_name", zif::encodeKeys({zif::Key::ofInt(1001)}), 0, std::span(name), {}});
+         {zif::EntryKind::Record, "world_name", zif::encodeKeys({zif::Key::ofInt(1001)}), 0, std::span(name), {}});
    zif::Signature sig{zif::librarySignatureDigest(), zif::libraryBuildDate()};
    zif::writeFileAtomic(path, [&](zif::Sink &sink) { zif::writeRaw(sig, {}, {}, entries, sink); });
 }
@@ -50,18 +52,22 @@ void openAndRead(benchmark::State &state, const std::string &path) {
          break;
       }
       benchmark::DoNotOptimize(name);
-      zif::resetSource(); // unmaps, as the end of a process would
+      zif::resetSource();  // unmaps, as the end of a process would
    }
    ZIF_ParamListDestroy(keys);
    state.counters["file_MB"] = static_cast<double>(std::filesystem::file_size(path)) / 1e6;
 }
 
-void BM_OpenAndReadRecord_10KB(benchmark::State &state) { openAndRead(state, gSmall); }
-void BM_OpenAndReadRecord_1GB(benchmark::State &state) { openAndRead(state, gLarge); }
+void BM_OpenAndReadRecord_10KB(benchmark::State &state) {
+   openAndRead(state, gSmall);
+}
+void BM_OpenAndReadRecord_1GB(benchmark::State &state) {
+   openAndRead(state, gLarge);
+}
 BENCHMARK(BM_OpenAndReadRecord_10KB);
 BENCHMARK(BM_OpenAndReadRecord_1GB);
 
-} // namespace
+}  // namespace
 
 int main(int argc, char **argv) {
    benchmark::Initialize(&argc, argv);
@@ -77,6 +83,8 @@ int main(int argc, char **argv) {
    generate(gLarge, size_t{64} << 20);
    benchmark::RunSpecifiedBenchmarks();
    benchmark::Shutdown();
-   if (!std::getenv("ZIF_BENCH_KEEP")) std::filesystem::remove_all(gDir);
+   if (!std::getenv("ZIF_BENCH_KEEP")) {
+      std::filesystem::remove_all(gDir);
+   }
    return 0;
 }

@@ -21,7 +21,9 @@ namespace {
 
 bool readFile(const std::string &path, std::string &out) {
    std::ifstream in(path, std::ios::binary);
-   if (!in) return false;
+   if (!in) {
+      return false;
+   }
    std::ostringstream ss;
    ss << in.rdbuf();
    out = ss.str();
@@ -75,7 +77,9 @@ bool openSnapshot(const std::string &path, zif::MappedFile &file, zif::Reader &r
 int dump(const std::string &path) {
    zif::MappedFile file;
    zif::Reader reader;
-   if (!openSnapshot(path, file, reader, "dump")) return 1;
+   if (!openSnapshot(path, file, reader, "dump")) {
+      return 1;
+   }
    zif::Snapshot model;
    zif::Problem problem;
    if (reader.toModel(model, &problem) != ZLC_OK) {
@@ -89,7 +93,9 @@ int dump(const std::string &path) {
 int check(const std::string &path) {
    zif::MappedFile file;
    zif::Reader reader;
-   if (!openSnapshot(path, file, reader, "check")) return 1;
+   if (!openSnapshot(path, file, reader, "check")) {
+      return 1;
+   }
    zif::Problem problem;
    if (reader.verifyAll(&problem) != ZLC_OK) {
       std::cerr << "zifcache check: " << path << ": " << problem.message << " (offset " << problem.offset
@@ -97,9 +103,11 @@ int check(const std::string &path) {
       return 1;
    }
    size_t counts[7] = {};
-   for (size_t i = 0; i < reader.size(); i++) counts[static_cast<size_t>(reader.entry(i).kind)]++;
-   std::printf("%s: ok, %zu bytes: %zu lists, %zu records, %zu data, %zu devinfo, %zu sets; signed %s",
-               path.c_str(), static_cast<size_t>(file.size()), counts[1], counts[2], counts[3], counts[4], counts[5] + counts[6],
+   for (size_t i = 0; i < reader.size(); i++) {
+      counts[static_cast<size_t>(reader.entry(i).kind)]++;
+   }
+   std::printf("%s: ok, %zu bytes: %zu lists, %zu records, %zu data, %zu devinfo, %zu sets; signed %s", path.c_str(),
+               static_cast<size_t>(file.size()), counts[1], counts[2], counts[3], counts[4], counts[5] + counts[6],
                reader.signature().date.c_str());
    const zif::Meta &meta = reader.meta();
    if (meta.present) {
@@ -109,7 +117,7 @@ int check(const std::string &path) {
    return 0;
 }
 
-} // namespace
+}  // namespace
 
 int main(int argc, char **argv) {
    CLI::App app{"zifcache: pack, dump and check sysinfo snapshot files"};
@@ -131,8 +139,11 @@ int main(int argc, char **argv) {
    auto *captureCmd = app.add_subcommand("capture", "Capture the Linux host this runs on into a snapshot");
    captureCmd->add_option("out", captureOptions.out, "Snapshot file to write")->required();
    std::string partList;
-   for (const std::string &name : capture::PartNames()) partList += (partList.empty() ? "" : ",") + name;
-   captureCmd->add_option("--only", captureOptions.only, "Capture only these parts (comma-separated: " + partList + ")");
+   for (const std::string &name : capture::PartNames()) {
+      partList += (partList.empty() ? "" : ",") + name;
+   }
+   captureCmd->add_option("--only", captureOptions.only,
+                          "Capture only these parts (comma-separated: " + partList + ")");
    captureCmd->add_option("--exclude", captureOptions.exclude, "Leave out these parts (comma-separated)");
    // For tests: read proc/, sys/ and mount points below this directory.
    captureCmd->add_option("--root", captureOptions.root)->group("");
@@ -142,10 +153,16 @@ int main(int argc, char **argv) {
 
    if (*captureCmd) {
       captureOptions.commandLine = "zifcache";
-      for (int i = 1; i < argc; i++) captureOptions.commandLine += std::string(" ") + argv[i];
+      for (int i = 1; i < argc; i++) {
+         captureOptions.commandLine += std::string(" ") + argv[i];
+      }
       return capture::RunCapture(captureOptions);
    }
-   if (*packCmd) return pack(packArgs);
-   if (*dumpCmd) return dump(dumpPath);
+   if (*packCmd) {
+      return pack(packArgs);
+   }
+   if (*dumpCmd) {
+      return dump(dumpPath);
+   }
    return check(checkPath);
 }

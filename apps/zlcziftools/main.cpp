@@ -1,3 +1,5 @@
 #include "ziftools.h"
 
-int main(int argc, char **argv) { return ZifToolsMain(argc, argv); }
+int main(int argc, char **argv) {
+   return ZifToolsMain(argc, argv);
+}

@@ -30,24 +30,24 @@ struct Command {
 
 // Stored order; both usage texts list the commands in this order.
 constexpr std::array<Command, 18> kCommands = {{
-   {"lspci", LspciMain},
-   {"lsacpi", LsacpiMain},
-   {"ps", PsMain},
-   {"hwclock", HwclockMain},
-   {"zelnor", ZelnorMain},
-   {"irqinfo", IrqinfoMain},
-   {"bootOption", BootOptionMain},
-   {"amldump", AmldumpMain},
-   {"pci-info", PciInfoMain},
-   {"pidof", PidofMain},
-   {"userspaceof", UserspaceofMain},
-   {"zdu", ZduMain},
-   {"lsof", LsofMain},
-   {"zdf", ZdfMain},
-   {"pkill", PkillMain},
-   {"pgrep", PgrepMain},
-   {"uptime", UptimeMain},
-   {"rpcfg", RpcfgMain},
+      {"lspci", LspciMain},
+      {"lsacpi", LsacpiMain},
+      {"ps", PsMain},
+      {"hwclock", HwclockMain},
+      {"zelnor", ZelnorMain},
+      {"irqinfo", IrqinfoMain},
+      {"bootOption", BootOptionMain},
+      {"amldump", AmldumpMain},
+      {"pci-info", PciInfoMain},
+      {"pidof", PidofMain},
+      {"userspaceof", UserspaceofMain},
+      {"zdu", ZduMain},
+      {"lsof", LsofMain},
+      {"zdf", ZdfMain},
+      {"pkill", PkillMain},
+      {"pgrep", PgrepMain},
+      {"uptime", UptimeMain},
+      {"rpcfg", RpcfgMain},
 }};
 
 constexpr char kOwnName[] = "zlcziftools";
@@ -94,8 +94,7 @@ void CheckSignature() {
    const char *ownDate = "";
    if (ZIF_CheckSig(kernelDate, sizeof kernelDate, &ownDate) != 0) {
       kernelDate[sizeof kernelDate - 1] = '\0';
-      std::fprintf(stderr,
-                   "error: md5 signature mismatch with running zelcore built on %s (my build date: %s)\n",
+      std::fprintf(stderr, "error: md5 signature mismatch with running zelcore built on %s (my build date: %s)\n",
                    kernelDate, ownDate ? ownDate : "");
       std::exit(1);
    }
@@ -165,8 +164,7 @@ int ZifToolsMain(int argc, char **argv) {
    if (ownName && argc >= 4 && IsCacheOption(argv[1])) {
       ZLC_ReturnStatus status = ZIF_UseCache(argv[2], 0);
       if (status != 0) {
-         std::fprintf(stderr, "Couldn't use specifed cache file %s: %s\n", argv[2],
-                      ZLC_ReturnStatusToString(status));
+         std::fprintf(stderr, "Couldn't use specifed cache file %s: %s\n", argv[2], ZLC_ReturnStatusToString(status));
          return 1;
       }
       argc -= 3;

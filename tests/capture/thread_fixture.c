@@ -9,7 +9,9 @@
 
 static void *Idle(void *arg) {
    (void)arg;
-   for (;;) pause();
+   for (;;) {
+      pause();
+   }
    return NULL;
 }
 

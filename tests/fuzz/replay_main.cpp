@@ -16,7 +16,7 @@ void replay(const std::filesystem::path &path, int &count) {
    LLVMFuzzerTestOneInput(bytes.data(), bytes.size());
    count++;
 }
-} // namespace
+}  // namespace
 
 int main(int argc, char **argv) {
    int count = 0;
@@ -24,7 +24,9 @@ int main(int argc, char **argv) {
       std::filesystem::path p(argv[i]);
       if (std::filesystem::is_directory(p)) {
          for (const auto &e : std::filesystem::directory_iterator(p)) {
-            if (e.is_regular_file()) replay(e.path(), count);
+            if (e.is_regular_file()) {
+               replay(e.path(), count);
+            }
          }
       } else {
          replay(p, count);

@@ -94,4 +94,4 @@ inline ToolRun RunTool(const fs::path &tool, std::vector<std::string> args, cons
    return run;
 }
 
-} // namespace testtools
+}  // namespace testtools

@@ -1,7 +1,7 @@
 // The C API against snapshots: lists, records, data, sets, devinfo, injected
 // failures, signatures, and the small helpers.
-#include "zifformat/layouts.h"
 #include "testutil.h"
+#include "zifformat/layouts.h"
 
 #include <cstring>
 #include <string>
@@ -42,7 +42,9 @@ constexpr const char *kSnapshot = R"({
   ]
 })";
 
-ZIF_NodeNumber num(const ZIF_NodeObject &n) { return n.number; }
+ZIF_NodeNumber num(const ZIF_NodeObject &n) {
+   return n.number;
+}
 
 uint32_t paramType(ZIF_Param *p) {
    uint32_t t;
@@ -50,7 +52,7 @@ uint32_t paramType(ZIF_Param *p) {
    return t;
 }
 
-} // namespace
+}  // namespace
 
 TEST(ParamList, GrowsPastCapacityAndKeepsOrderAndTypes) {
    ZIF_ParamList *l = ZIF_ParamListCreate(1, 1);
@@ -60,9 +62,13 @@ TEST(ParamList, GrowsPastCapacityAndKeepsOrderAndTypes) {
    EXPECT_EQ(ZIF_ParamListAddString(l, "abc"), ZLC_OK);
    EXPECT_EQ(ZIF_ParamListAddInt(l, INT64_MAX), ZLC_OK);
    ZIF_Param *first = ZIF_ParamListGetParam(l, 0);
-   for (int i = 0; i < 100; i++) ZIF_ParamListAddInt(l, i);
+   for (int i = 0; i < 100; i++) {
+      ZIF_ParamListAddInt(l, i);
+   }
    EXPECT_EQ(ZIF_ParamListGetParam(l, 0), first) << "parameters must not move as the list grows";
-   for (int i = 0; i < 100; i++) ZIF_ParamListRemoveLastParam(l);
+   for (int i = 0; i < 100; i++) {
+      ZIF_ParamListRemoveLastParam(l);
+   }
    EXPECT_EQ(ZIF_ParamListUsedCount(l), 4);
    EXPECT_EQ(ZIF_ParamListNumInstances(l), 4u);
 
@@ -92,7 +98,7 @@ TEST(ParamList, GrowsPastCapacityAndKeepsOrderAndTypes) {
    ZIF_ParamListRemoveLastParam(l);
    ZIF_ParamListRemoveLastParam(l);
    ZIF_ParamListRemoveLastParam(l);
-   ZIF_ParamListRemoveLastParam(l); // on an empty list: nothing happens
+   ZIF_ParamListRemoveLastParam(l);  // on an empty list: nothing happens
    EXPECT_EQ(ZIF_ParamListUsedCount(l), 0);
    ZIF_ParamListDestroy(l);
    ZIF_ParamListDestroy(nullptr);
@@ -113,7 +119,7 @@ TEST(Helpers, TrimStatusTextsAndStateTables) {
    EXPECT_STREQ(CpuSched_RunStateElements[3].name, "RUN");
    for (uint32_t i = 0; i < CpuSched_NumWaitStates; i++) {
       const char *name = *reinterpret_cast<const char *const *>(
-         reinterpret_cast<const char *>(CpuSched_WaitStateElements) + 24 * i + 16);
+            reinterpret_cast<const char *>(CpuSched_WaitStateElements) + 24 * i + 16);
       EXPECT_NE(name, nullptr);
    }
 }
@@ -129,7 +135,7 @@ TEST_F(SourceTest, NoSourceAnswersNoSource) {
    ListOwner list;
    EXPECT_EQ(ZIF_Get(num(ZIF_NODE_world_info), nullptr, buf, sizeof buf), ZLC_NO_SOURCE);
    EXPECT_EQ(ZIF_GetInstanceListAlloc(num(ZIF_NODE_world), nullptr, &list.list), ZLC_NO_SOURCE);
-   ZlcSyscall_Init(1, 0, 0); // off the host and without a simulator there is still none
+   ZlcSyscall_Init(1, 0, 0);  // off the host and without a simulator there is still none
    EXPECT_EQ(ZIF_Get(num(ZIF_NODE_world_info), nullptr, buf, sizeof buf), ZLC_NO_SOURCE);
    EXPECT_EQ(HostType_OSIsZLC(), 0);
    EXPECT_EQ(HostType_OSIsSimulator(), 0);
@@ -198,7 +204,9 @@ TEST_F(SourceTest, RecordsAreCutOrZeroFilledToTheReadLength) {
    ZIF_ParamListRemoveLastParam(q);
 
    // Four keys, as a PCI function is addressed.
-   for (int k : {0, 3, 0, 1}) ZIF_ParamListAddInt(q, k);
+   for (int k : {0, 3, 0, 1}) {
+      ZIF_ParamListAddInt(q, k);
+   }
    uint16_t vendor = 0;
    ASSERT_EQ(ZIF_Get(num(ZIF_NODE_hardware_pci_seg_bus_slot_func_pciConfigHeader), q, &vendor, 2), ZLC_OK);
    EXPECT_EQ(vendor, 0x8086);
@@ -227,7 +235,7 @@ TEST_F(SourceTest, DataIsDeliveredInPieces) {
    for (uint32_t offset = 0; offset < length;) {
       uint32_t request[2] = {offset, 4};
       ZIFData *in = ZIFData_Create(8, request, 8);
-      ZIFData *out = ZIFData_Create(3, nullptr, 0); // smaller than the request: the size limits
+      ZIFData *out = ZIFData_Create(3, nullptr, 0);  // smaller than the request: the size limits
       ASSERT_EQ(ZIF_SetData(num(ZIF_NODE_system_bootOptionFiles_content), q, in, out), ZLC_OK);
       ASSERT_GT(out->length, 0u);
       got.append(static_cast<char *>(ZIFData_GetData(out)), out->length);
@@ -268,11 +276,12 @@ TEST_F(SourceTest, SetsAnswerFromStoredLookupsElseReadOnly) {
 
    // An entry without input matches every set of its node.
    ZIF_ParamList *clock = ZIF_ParamListCreate(0, 6);
-   for (int v : {1, 2, 2027, 3, 4, 5}) ZIF_ParamListAddInt(clock, v);
+   for (int v : {1, 2, 2027, 3, 4, 5}) {
+      ZIF_ParamListAddInt(clock, v);
+   }
    EXPECT_EQ(ZIF_Set(num(ZIF_NODE_hardware_chipset_rtc), nullptr, clock, nullptr, 0), ZLC_NOT_SUPPORTED);
    ZIF_ParamListDestroy(clock);
-   EXPECT_EQ(ZIF_Set(num(ZIF_NODE_sched_groups_memAllocationInMB), nullptr, nullptr, nullptr, 0),
-             ZLC_SNAP_READ_ONLY);
+   EXPECT_EQ(ZIF_Set(num(ZIF_NODE_sched_groups_memAllocationInMB), nullptr, nullptr, nullptr, 0), ZLC_SNAP_READ_ONLY);
 }
 
 TEST_F(SourceTest, DevInfoRepliesFromTheSnapshot) {
@@ -310,10 +319,10 @@ TEST_F(SourceTest, UseCacheNamesWhyAFileIsRefused) {
    writeBytes(dir.file("empty"), {});
    EXPECT_EQ(ZIF_UseCache(dir.file("empty").c_str(), 0), ZLC_SNAP_NOT_A_SNAPSHOT);
    std::vector<uint8_t> bytes = zif::packJson("{}");
-   bytes[8] = 1; // the first format, whose integer keys sorted differently
+   bytes[8] = 1;  // the first format, whose integer keys sorted differently
    writeBytes(dir.file("v1"), bytes);
    EXPECT_EQ(ZIF_UseCache(dir.file("v1").c_str(), 0), ZLC_SNAP_BAD_VERSION);
-   EXPECT_EQ(ZIF_UseCache(dir.file("").c_str(), 0), ZLC_SNAP_CANNOT_OPEN); // a directory
+   EXPECT_EQ(ZIF_UseCache(dir.file("").c_str(), 0), ZLC_SNAP_CANNOT_OPEN);  // a directory
    char buf[4];
    EXPECT_EQ(ZIF_Get(num(ZIF_NODE_world_info), nullptr, buf, sizeof buf), ZLC_NO_SOURCE);
 }

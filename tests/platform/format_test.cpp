@@ -1,9 +1,9 @@
 // The snapshot format: damaged and truncated files are refused with the right
 // status, JSON round trips are byte-identical, pack refuses bad entries.
+#include "testutil.h"
 #include "zifformat/layouts.h"
 #include "zifformat/mapped_file.h"
 #include "zifformat/snapshot_format.h"
-#include "testutil.h"
 
 #include <algorithm>
 #include <cstdint>
@@ -27,51 +27,63 @@ constexpr const char *kSmall = R"({
   "sets": [{"node": "sched_groupPathNameToID", "input": ["p"], "hex": "07"}, {"node": "hardware_chipset_rtc", "status": 1}]
 })";
 
-std::vector<uint8_t> small() { return zif::packJson(kSmall); }
+std::vector<uint8_t> small() {
+   return zif::packJson(kSmall);
+}
 
 // Reads one entry through the C API, as a command would.
 ZLC_ReturnStatus readThroughApi(const zif::Entry &e) {
    auto node = [&]() -> ZIF_NodeNumber {
       for (const zif::NodeInfo &n : zif::allNodes()) {
-         if (n.name == e.node) return n.number;
+         if (n.name == e.node) {
+            return n.number;
+         }
       }
       return 0;
    };
    ZIF_ParamList *keys = ZIF_ParamListCreate(1, 1);
    for (const zif::Key &k : e.keys) {
-      if (k.type == zif::KeyType::Int) ZIF_ParamListAddInt(keys, k.number);
-      if (k.type == zif::KeyType::Text) ZIF_ParamListAddString(keys, k.text.c_str());
+      if (k.type == zif::KeyType::Int) {
+         ZIF_ParamListAddInt(keys, k.number);
+      }
+      if (k.type == zif::KeyType::Text) {
+         ZIF_ParamListAddString(keys, k.text.c_str());
+      }
    }
    ZLC_ReturnStatus s = ZLC_OK;
    unsigned char buf[ZLC_DEVINFO_REPLY_SIZE];
    switch (e.kind) {
-   case EntryKind::List: {
-      ZIF_ParamList *list = nullptr;
-      s = ZIF_GetInstanceListAlloc(node(), keys, &list);
-      ZIF_ParamListDestroy(list);
-      break;
-   }
-   case EntryKind::Record: s = ZIF_Get(node(), keys, buf, 16); break;
-   case EntryKind::Data: {
-      uint32_t length;
-      s = ZIF_GetDataLength(node(), keys, &length);
-      break;
-   }
-   case EntryKind::DevInfo: {
-      int64_t err;
-      s = ZlcSyscall_DevInfo(static_cast<uint32_t>(e.keys[0].number), static_cast<uint32_t>(e.keys[1].number),
-                             static_cast<uint32_t>(e.keys[2].number), static_cast<uint32_t>(e.keys[3].number), buf,
-                             &err);
-      break;
-   }
-   case EntryKind::Set:
-   case EntryKind::SetAny: s = ZIF_Set(node(), nullptr, keys, buf, 8); break;
+      case EntryKind::List: {
+         ZIF_ParamList *list = nullptr;
+         s = ZIF_GetInstanceListAlloc(node(), keys, &list);
+         ZIF_ParamListDestroy(list);
+         break;
+      }
+      case EntryKind::Record:
+         s = ZIF_Get(node(), keys, buf, 16);
+         break;
+      case EntryKind::Data: {
+         uint32_t length;
+         s = ZIF_GetDataLength(node(), keys, &length);
+         break;
+      }
+      case EntryKind::DevInfo: {
+         int64_t err;
+         s = ZlcSyscall_DevInfo(static_cast<uint32_t>(e.keys[0].number), static_cast<uint32_t>(e.keys[1].number),
+                                static_cast<uint32_t>(e.keys[2].number), static_cast<uint32_t>(e.keys[3].number), buf,
+                                &err);
+         break;
+      }
+      case EntryKind::Set:
+      case EntryKind::SetAny:
+         s = ZIF_Set(node(), nullptr, keys, buf, 8);
+         break;
    }
    ZIF_ParamListDestroy(keys);
    return s;
 }
 
-} // namespace
+}  // namespace
 
 TEST(Truncation, EveryPrefixIsRefusedAsTruncated) {
    std::vector<uint8_t> file = small();
@@ -130,7 +142,8 @@ TEST_F(Damage, EveryDamagedByteIsRefusedAtOpenOrByTheReadOfItsEntry) {
             ZLC_ReturnStatus s = readThroughApi(model.entries[k]);
             if (inside) {
                hit++;
-               EXPECT_EQ(s, ZLC_SNAP_CORRUPT) << zif::describeEntry(e.kind, original.entryNode(e), model.entries[k].keys);
+               EXPECT_EQ(s, ZLC_SNAP_CORRUPT)
+                     << zif::describeEntry(e.kind, original.entryNode(e), model.entries[k].keys);
             } else {
                EXPECT_NE(s, ZLC_SNAP_CORRUPT);
             }
@@ -150,8 +163,10 @@ TEST(RoundTrip, PackDumpPackIsByteIdenticalAndOrderFree) {
    EXPECT_EQ(zif::packJson(json), first);
 
    // Entry order in the JSON does not matter.
-   std::vector<uint8_t> a = zif::packJson(R"({"lists": [{"node": "world", "instances": [1]}, {"node": "world_info", "instances": [2]}]})");
-   std::vector<uint8_t> b = zif::packJson(R"({"lists": [{"node": "world_info", "instances": [2]}, {"node": "world", "instances": [1]}]})");
+   std::vector<uint8_t> a =
+         zif::packJson(R"({"lists": [{"node": "world", "instances": [1]}, {"node": "world_info", "instances": [2]}]})");
+   std::vector<uint8_t> b =
+         zif::packJson(R"({"lists": [{"node": "world_info", "instances": [2]}, {"node": "world", "instances": [1]}]})");
    EXPECT_EQ(a, b);
 }
 
@@ -160,15 +175,16 @@ TEST(RoundTrip, DumpUsesFieldsOnlyWhenTheyReproduceTheBytes) {
       const char *record;
       const char *form;
    } cases[] = {
-      {R"({"node": "hardware_chipset_rtc", "fields": {"hour": -1, "year": 2026}})", "\"fields\":{\"hour\":-1,"},
-      // A byte that no field covers.
-      {R"({"node": "hardware_chipset_rtc", "hex": "00000000 00000000 00000000 00000000 00000000 00000000 01000000 00000000"})", "\"hex\""},
-      // Wrong length for the layout.
-      {R"({"node": "hardware_chipset_rtc", "hex": "01"})", "\"hex\""},
-      // Bytes after a text field's NUL.
-      {R"({"node": "system_version", "hex": "41004200"})", "\"hex\""},
-      {R"({"node": "system_version", "fields": {"product": "zelcore", "update": "U1"}})", "\"product\":\"zelcore\""},
-      {R"({"node": "world_name", "keys": [1], "text": "init"})", "\"text\":\"init\""},
+         {R"({"node": "hardware_chipset_rtc", "fields": {"hour": -1, "year": 2026}})", "\"fields\":{\"hour\":-1,"},
+         // A byte that no field covers.
+         {R"({"node": "hardware_chipset_rtc", "hex": "00000000 00000000 00000000 00000000 00000000 00000000 01000000 00000000"})",
+          "\"hex\""},
+         // Wrong length for the layout.
+         {R"({"node": "hardware_chipset_rtc", "hex": "01"})", "\"hex\""},
+         // Bytes after a text field's NUL.
+         {R"({"node": "system_version", "hex": "41004200"})", "\"hex\""},
+         {R"({"node": "system_version", "fields": {"product": "zelcore", "update": "U1"}})", "\"product\":\"zelcore\""},
+         {R"({"node": "world_name", "keys": [1], "text": "init"})", "\"text\":\"init\""},
    };
    for (const Case &c : cases) {
       std::string json = std::string(R"({"records": [)") + c.record + "]}";
@@ -209,32 +225,37 @@ TEST(Pack, RefusalsNameTheEntry) {
       const char *json;
       const char *message;
    } cases[] = {
-      {R"({"records": [{"node": "world_name", "text": "a"}, {"node": "wrld_info", "hex": ""}]})",
-       "records[1]: unknown node \"wrld_info\""},
-      {R"({"records": [{"node": "hardware_chipset_rtc", "fields": {"hours": 1}}]})", "records[0]: unknown field \"hours\""},
-      {R"({"records": [{"node": "system_ntpclock_upTime", "fields": {"seconds": -1}}]})", "records[0]: field seconds"},
-      {R"({"records": [{"node": "system_ntpclock_upTime", "fields": {"seconds": 4294967296}}]})", "out of range"},
-      {R"({"records": [{"node": "system_ntpclock_upTime", "fields": {"seconds": "0x100000000"}}]})", "out of range"},
-      {R"({"records": [{"node": "system_ntpclock_upTime", "fields": {"seconds": 1.5}}]})", "field seconds"},
-      {R"({"records": [{"node": "hardware_chipset_rtc", "fields": {"hour": 2147483648}}]})", "out of range for S32"},
-      {R"({"records": [{"node": "system_version", "fields": {"product": "0123456789012345678901234567890123"}}]})", "does not fit"},
-      {R"({"records": [{"node": "world_info", "hex": "abc"}]})", "records[0]: bad hex"},
-      {R"({"records": [{"node": "world_info", "hex": "zz"}]})", "records[0]: bad hex"},
-      {R"({"records": [{"node": "world", "fields": {}}]})", "no record layout"},
-      {R"({"records": [{"node": "world_info", "hex": "", "text": ""}]})", "exactly one of"},
-      {R"({"records": [{"node": "world_info", "status": 0}]})", "non-zero"},
-      {R"({"records": [{"node": "world_info", "keys": [1.5], "hex": ""}]})", "records[0]: keys[0]"},
-      {R"({"records": [{"node": "world_info", "keys": [1], "hex": "01"}, {"node": "world_info", "keys": [1], "hex": "02"}]})",
-       "records[1]: duplicate entry"},
-      {R"({"records": [{"node": "world_info", "hexx": ""}]})", "unknown member \"hexx\""},
-      {R"({"record": []})", "unknown member \"record\""},
-      {R"({"lists": [{"node": "world"}]})", "lists[0]: needs"},
-      {R"({"devinfo": [{"function": [0, 0, 0], "hex": ""}]})", "devinfo[0]"},
-      {R"({"devinfo": [{"function": [0, 0, 0, 0], "hex": ")" "00" "\"}, {\"function\": [0, 0, 0, 0], \"status\": 1}]}",
-       "devinfo[1]: duplicate"},
-      {R"({"sets": [{"node": "world", "status": "xyz"}]})", "sets[0]: bad status"},
-      {R"({"zifcache": 2})", "unsupported"},
-      {R"([1, 2)", "not valid JSON"},
+         {R"({"records": [{"node": "world_name", "text": "a"}, {"node": "wrld_info", "hex": ""}]})",
+          "records[1]: unknown node \"wrld_info\""},
+         {R"({"records": [{"node": "hardware_chipset_rtc", "fields": {"hours": 1}}]})",
+          "records[0]: unknown field \"hours\""},
+         {R"({"records": [{"node": "system_ntpclock_upTime", "fields": {"seconds": -1}}]})",
+          "records[0]: field seconds"},
+         {R"({"records": [{"node": "system_ntpclock_upTime", "fields": {"seconds": 4294967296}}]})", "out of range"},
+         {R"({"records": [{"node": "system_ntpclock_upTime", "fields": {"seconds": "0x100000000"}}]})", "out of range"},
+         {R"({"records": [{"node": "system_ntpclock_upTime", "fields": {"seconds": 1.5}}]})", "field seconds"},
+         {R"({"records": [{"node": "hardware_chipset_rtc", "fields": {"hour": 2147483648}}]})", "out of range for S32"},
+         {R"({"records": [{"node": "system_version", "fields": {"product": "0123456789012345678901234567890123"}}]})",
+          "does not fit"},
+         {R"({"records": [{"node": "world_info", "hex": "abc"}]})", "records[0]: bad hex"},
+         {R"({"records": [{"node": "world_info", "hex": "zz"}]})", "records[0]: bad hex"},
+         {R"({"records": [{"node": "world", "fields": {}}]})", "no record layout"},
+         {R"({"records": [{"node": "world_info", "hex": "", "text": ""}]})", "exactly one of"},
+         {R"({"records": [{"node": "world_info", "status": 0}]})", "non-zero"},
+         {R"({"records": [{"node": "world_info", "keys": [1.5], "hex": ""}]})", "records[0]: keys[0]"},
+         {R"({"records": [{"node": "world_info", "keys": [1], "hex": "01"}, {"node": "world_info", "keys": [1], "hex": "02"}]})",
+          "records[1]: duplicate entry"},
+         {R"({"records": [{"node": "world_info", "hexx": ""}]})", "unknown member \"hexx\""},
+         {R"({"record": []})", "unknown member \"record\""},
+         {R"({"lists": [{"node": "world"}]})", "lists[0]: needs"},
+         {R"({"devinfo": [{"function": [0, 0, 0], "hex": ""}]})", "devinfo[0]"},
+         {R"({"devinfo": [{"function": [0, 0, 0, 0], "hex": ")"
+          "00"
+          "\"}, {\"function\": [0, 0, 0, 0], \"status\": 1}]}",
+          "devinfo[1]: duplicate"},
+         {R"({"sets": [{"node": "world", "status": "xyz"}]})", "sets[0]: bad status"},
+         {R"({"zifcache": 2})", "unsupported"},
+         {R"([1, 2)", "not valid JSON"},
    };
    for (const Case &c : cases) {
       try {
@@ -302,10 +323,15 @@ TEST_F(Damage, LargeFilesAreReadThroughPartialMappings) {
    std::vector<uint8_t> blob((zif::MappedFile::kWholeLimit) + 12345, 0x5a);
    const uint8_t first[] = {'a', 0}, last[] = {'z', 0};
    std::vector<zif::RawEntry> entries = {
-      {EntryKind::Record, "world_name", zif::encodeKeys({zif::Key::ofInt(1)}), 0, std::span(first), {}},
-      {EntryKind::Data, "system_bootOptionFiles_content", zif::encodeKeys({zif::Key::ofText("big")}), 0, blob, {}},
-      {EntryKind::DevInfo, {}, zif::encodeKeys({zif::Key::ofInt(0), zif::Key::ofInt(0), zif::Key::ofInt(0), zif::Key::ofInt(0)}), 1, {}, {}},
-      {EntryKind::SetAny, "world_name", "", 0, std::span(last), {}},
+         {EntryKind::Record, "world_name", zif::encodeKeys({zif::Key::ofInt(1)}), 0, std::span(first), {}},
+         {EntryKind::Data, "system_bootOptionFiles_content", zif::encodeKeys({zif::Key::ofText("big")}), 0, blob, {}},
+         {EntryKind::DevInfo,
+          {},
+          zif::encodeKeys({zif::Key::ofInt(0), zif::Key::ofInt(0), zif::Key::ofInt(0), zif::Key::ofInt(0)}),
+          1,
+          {},
+          {}},
+         {EntryKind::SetAny, "world_name", "", 0, std::span(last), {}},
    };
    std::string path = dir.file("large.zifc");
    zif::Signature sig{zif::librarySignatureDigest(), zif::libraryBuildDate()};
@@ -341,7 +367,7 @@ TEST(Lookup, IntegerKeysSortNumericallyAndAnyLookupOrderFindsItsEntry) {
    const std::vector<int64_t> numbers = {INT64_MIN, -70000, -1, 0, 1, 255, 256, 65536, 70000, INT64_MAX};
    for (size_t i = 1; i < numbers.size(); i++) {
       EXPECT_LT(zif::encodeKeys({zif::Key::ofInt(numbers[i - 1])}), zif::encodeKeys({zif::Key::ofInt(numbers[i])}))
-         << numbers[i - 1] << " before " << numbers[i];
+            << numbers[i - 1] << " before " << numbers[i];
    }
    std::string json = R"({"records": [)";
    for (int n = -40; n < 40; n++) {
@@ -355,14 +381,24 @@ TEST(Lookup, IntegerKeysSortNumericallyAndAnyLookupOrderFindsItsEntry) {
    auto nameOf = [&](int64_t n) -> std::string {
       auto i = reader.find(EntryKind::Record, "world_name", zif::encodeKeys({zif::Key::ofInt(n)}));
       std::span<const uint8_t> bytes;
-      if (!i || reader.payload(*i, bytes) != ZLC_OK) return "-";
+      if (!i || reader.payload(*i, bytes) != ZLC_OK) {
+         return "-";
+      }
       return std::string(bytes.begin(), bytes.end() - 1);
    };
    std::vector<int64_t> order;
-   for (int n = -40; n < 40; n++) order.push_back(n * 300);            // in key order
-   for (int n = 39; n >= -40; n--) order.insert(order.end(), 2, n * 300); // backwards, each twice
-   for (int n = 0; n < 80; n++) order.push_back(((n * 37) % 80 - 40) * 300); // scattered
-   for (int64_t n : order) EXPECT_EQ(nameOf(n), "w" + std::to_string(n));
+   for (int n = -40; n < 40; n++) {
+      order.push_back(n * 300);  // in key order
+   }
+   for (int n = 39; n >= -40; n--) {
+      order.insert(order.end(), 2, n * 300);  // backwards, each twice
+   }
+   for (int n = 0; n < 80; n++) {
+      order.push_back(((n * 37) % 80 - 40) * 300);  // scattered
+   }
+   for (int64_t n : order) {
+      EXPECT_EQ(nameOf(n), "w" + std::to_string(n));
+   }
    EXPECT_EQ(nameOf(1), "-");
    EXPECT_EQ(nameOf(-12001), "-");
    EXPECT_EQ(nameOf(12000), "-");

@@ -37,7 +37,9 @@ protected:
    }
    static ZLC_ReturnStatus setClock(std::initializer_list<int32_t> values) {
       ZIF_ParamList *in = ZIF_ParamListCreate(0, 6);
-      for (int32_t v : values) ZIF_ParamListAddInt(in, static_cast<int64_t>(static_cast<uint32_t>(v)));
+      for (int32_t v : values) {
+         ZIF_ParamListAddInt(in, static_cast<int64_t>(static_cast<uint32_t>(v)));
+      }
       ZLC_ReturnStatus s = ZIF_Set(ZIF_NODE_hardware_chipset_rtc.number, nullptr, in, nullptr, 0);
       ZIF_ParamListDestroy(in);
       return s;
@@ -46,7 +48,9 @@ protected:
       ZIF_ParamList *q = ZIF_ParamListCreate(1, 1);
       ZIF_ParamListAddInt(q, group);
       ZIF_ParamList *in = ZIF_ParamListCreate(0, 2);
-      for (const char *s : settings) ZIF_ParamListAddString(in, s);
+      for (const char *s : settings) {
+         ZIF_ParamListAddString(in, s);
+      }
       ZLC_ReturnStatus s = ZIF_Set(ZIF_NODE_sched_groups_memAllocationInMB.number, q, in, nullptr, 0);
       ZIF_ParamListDestroy(in);
       ZIF_ParamListDestroy(q);
@@ -56,14 +60,14 @@ protected:
       ZIF_ParamList *q = ZIF_ParamListCreate(1, 1);
       ZIF_ParamListAddInt(q, id);
       std::vector<int64_t> rec(words, -99);
-      ZLC_ReturnStatus s = ZIF_Get(ZIF_NODE_sched_groups_memAllocationInMB.number, q, rec.data(),
-                                   static_cast<uint32_t>(words * 8));
+      ZLC_ReturnStatus s =
+            ZIF_Get(ZIF_NODE_sched_groups_memAllocationInMB.number, q, rec.data(), static_cast<uint32_t>(words * 8));
       ZIF_ParamListDestroy(q);
       return s == ZLC_OK ? rec : std::vector<int64_t>();
    }
 };
 
-} // namespace
+}  // namespace
 
 TEST_F(SimulatorTest, ClockWriteIsSeenNowAndByTheNextProcess) {
    std::string path = start();
@@ -116,7 +120,7 @@ TEST_F(SimulatorTest, GroupAllocationWriteKeepsOtherBytesAndCreatesMissingGroups
 TEST_F(SimulatorTest, UnusableSimulatorFileFailsEveryOperationWithOneMessage) {
    testing::internal::CaptureStderr();
    restart(dir.file("nothing-here.zifc"));
-   ZlcSyscall_Init(1, 0, 0); // a second call does not try again
+   ZlcSyscall_Init(1, 0, 0);  // a second call does not try again
    std::string err = testing::internal::GetCapturedStderr();
    EXPECT_EQ(err, "zellibs: simulator snapshot " + dir.file("nothing-here.zifc") + ": Cannot open snapshot file\n");
    char buf[4];

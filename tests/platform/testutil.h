@@ -2,9 +2,9 @@
 // temporary directory, and a source reset between cases.
 #pragma once
 
-#include "zifformat/snapshot_json.h"
-#include "zellibs_testing.h"
 #include "zellibs.h"
+#include "zellibs_testing.h"
+#include "zifformat/snapshot_json.h"
 
 #include <gtest/gtest.h>
 
@@ -68,4 +68,4 @@ struct ListOwner {
    ~ListOwner() { ZIF_ParamListDestroy(list); }
 };
 
-} // namespace ziftest
+}  // namespace ziftest

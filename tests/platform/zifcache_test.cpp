@@ -1,8 +1,8 @@
 // zifcache end to end: pack, dump and check as the other tests' scripts use them.
 #include "testutil.h"
 
-#include <cstdio>
 #include <sys/wait.h>
+#include <cstdio>
 
 using namespace ziftest;
 
@@ -10,17 +10,21 @@ namespace {
 
 struct Outcome {
    int status;
-   std::string output; // standard output and standard error
+   std::string output;  // standard output and standard error
 };
 
 Outcome zifcache(const std::string &args) {
    std::string command = std::string(ZIFCACHE_PATH) + " " + args + " 2>&1";
    Outcome run{-1, {}};
    FILE *p = popen(command.c_str(), "r");
-   if (!p) return run;
+   if (!p) {
+      return run;
+   }
    char buf[4096];
    size_t n;
-   while ((n = fread(buf, 1, sizeof buf, p)) > 0) run.output.append(buf, n);
+   while ((n = fread(buf, 1, sizeof buf, p)) > 0) {
+      run.output.append(buf, n);
+   }
    int st = pclose(p);
    run.status = WIFEXITED(st) ? WEXITSTATUS(st) : -1;
    return run;
@@ -39,7 +43,7 @@ constexpr const char *kMore = R"({"meta": {"host": "ignored"},
   "data": [{"node": "system_bootOptionFiles_content", "keys": ["boot.cfg"], "text": "kernel=k\n"}],
   "sets": [{"node": "sched_groupPathNameToID", "input": ["host"], "hex": "0100000000000000"}]})";
 
-} // namespace
+}  // namespace
 
 TEST(Zifcache, PackDumpPackCheck) {
    TempDir dir;
@@ -64,7 +68,8 @@ TEST(Zifcache, PackDumpPackCheck) {
 
 TEST(Zifcache, RefusedPackLeavesTheOutputAlone) {
    TempDir dir;
-   writeText(dir.file("bad.json"), R"({"records": [{"node": "world_name", "text": "a"}, {"node": "wrld_info", "hex": ""}]})");
+   writeText(dir.file("bad.json"),
+             R"({"records": [{"node": "world_name", "text": "a"}, {"node": "wrld_info", "hex": ""}]})");
    writeText(dir.file("out.zifc"), "previous");
    Outcome pack = zifcache("pack " + dir.file("bad.json") + " " + dir.file("out.zifc"));
    EXPECT_EQ(pack.status, 1);

@@ -3,9 +3,9 @@
 #include "parts.h"
 #include "procfs.h"
 
+#include <sys/stat.h>
 #include <algorithm>
 #include <cstring>
-#include <sys/stat.h>
 
 namespace capture {
 namespace {
@@ -29,28 +29,40 @@ bool TableFileLess(const std::string &a, const std::string &b) {
 // A file holds a table when it is at least a header long and starts with
 // four printable characters and its own length.
 bool LooksLikeTable(const std::string &bytes) {
-   if (bytes.size() < kTableHeader) return false;
+   if (bytes.size() < kTableHeader) {
+      return false;
+   }
    for (int i = 0; i < 4; i++) {
-      if (bytes[i] < 0x20 || bytes[i] > 0x7e) return false;
+      if (bytes[i] < 0x20 || bytes[i] > 0x7e) {
+         return false;
+      }
    }
    uint32_t length = 0;
-   for (int i = 0; i < 4; i++) length |= static_cast<uint32_t>(static_cast<uint8_t>(bytes[4 + i])) << (8 * i);
+   for (int i = 0; i < 4; i++) {
+      length |= static_cast<uint32_t>(static_cast<uint8_t>(bytes[4 + i])) << (8 * i);
+   }
    return length == bytes.size();
 }
 
 void CaptureTables(Capture &c) {
    std::string root = c.Sys("firmware/acpi/tables");
    auto top = ListDir(root);
-   if (!top) throw PartError("cannot read " + root);
+   if (!top) {
+      throw PartError("cannot read " + root);
+   }
    std::vector<std::string> files;
    for (const char *sub : {"", "dynamic/", "data/"}) {
       auto names = *sub ? ListDir(root + "/" + std::string(sub, std::strlen(sub) - 1)) : top;
-      if (!names) continue;
+      if (!names) {
+         continue;
+      }
       std::sort(names->begin(), names->end(), TableFileLess);
       for (const std::string &name : *names) {
          struct stat st;
          std::string path = root + "/" + sub + name;
-         if (stat(path.c_str(), &st) == 0 && S_ISREG(st.st_mode)) files.push_back(path);
+         if (stat(path.c_str(), &st) == 0 && S_ISREG(st.st_mode)) {
+            files.push_back(path);
+         }
       }
    }
    zif::Keys tables;
@@ -61,15 +73,17 @@ void CaptureTables(Capture &c) {
          unreadable++;
          continue;
       }
-      if (!LooksLikeTable(*bytes)) continue; // data/ also holds raw firmware data
+      if (!LooksLikeTable(*bytes)) {
+         continue;  // data/ also holds raw firmware data
+      }
       int32_t key = static_cast<int32_t>(tables.size());
       zif::Keys buffers;
       for (size_t off = 0, index = 0; off < bytes->size(); off += kBufferData, index++) {
          size_t n = std::min(kBufferData, bytes->size() - off);
          Record rec("hardware_acpi_tables_buffers");
          rec.Text("signature", std::string_view(*bytes).substr(0, 4))
-            .Set("length", n)
-            .Bytes("data", std::span(reinterpret_cast<const uint8_t *>(bytes->data() + off), n));
+               .Set("length", n)
+               .Bytes("data", std::span(reinterpret_cast<const uint8_t *>(bytes->data() + off), n));
          auto record = rec.Take();
          record.resize(zif::findField(*zif::findLayout("hardware_acpi_tables_buffers"), "data")->offset + n);
          c.Put("hardware_acpi_tables_buffers", {IntKey(key), IntKey(static_cast<int64_t>(index))}, std::move(record));
@@ -78,13 +92,19 @@ void CaptureTables(Capture &c) {
       c.List("hardware_acpi_tables_buffers", {IntKey(key)}, std::move(buffers));
       tables.push_back(IntKey(key));
    }
-   if (unreadable) c.Note("acpi: " + std::to_string(unreadable) + " table file(s) not readable (not root?)");
+   if (unreadable) {
+      c.Note("acpi: " + std::to_string(unreadable) + " table file(s) not readable (not root?)");
+   }
    c.List("hardware_acpi_tables", {}, std::move(tables));
 }
 
 std::string Trimmed(std::optional<std::string> s) {
-   if (!s) return {};
-   while (!s->empty() && (s->back() == '\n' || s->back() == ' ')) s->pop_back();
+   if (!s) {
+      return {};
+   }
+   while (!s->empty() && (s->back() == '\n' || s->back() == ' ')) {
+      s->pop_back();
+   }
    return *s;
 }
 
@@ -94,22 +114,30 @@ std::string Trimmed(std::optional<std::string> s) {
 std::string BusIdText(const std::string &path, const std::string &hid, const std::string &cid, const std::string &uid) {
    std::string text;
    auto add = [&](char code, const std::string &value) {
-      if (value.empty()) return;
+      if (value.empty()) {
+         return;
+      }
       std::string field = code + std::to_string(value.size()) + value;
-      if (text.size() + field.size() < kBusIdWidth) text += field;
+      if (text.size() + field.size() < kBusIdWidth) {
+         text += field;
+      }
    };
    size_t dot = path.find_last_of(".\\");
    add('s', dot == std::string::npos ? path : path.substr(dot + 1));
    add('h', hid);
    add('c', cid);
-   if (!uid.empty()) add('x', "UID" + uid);
+   if (!uid.empty()) {
+      add('x', "UID" + uid);
+   }
    return text;
 }
 
 // The first compatible ID of "acpi:HID:CID1:CID2:".
 std::string FirstCid(const std::string &modalias, const std::string &hid) {
    std::string prefix = "acpi:" + hid + ":";
-   if (!modalias.starts_with(prefix)) return {};
+   if (!modalias.starts_with(prefix)) {
+      return {};
+   }
    std::string rest = modalias.substr(prefix.size());
    return rest.substr(0, rest.find(':'));
 }
@@ -121,7 +149,9 @@ bool IsAcpiDevice(const std::string &dir) {
 
 uint32_t DriverModule(Capture &c, const std::string &dir) {
    auto driver = ReadLink(dir + "/driver");
-   if (!driver) return kNoModule;
+   if (!driver) {
+      return kNoModule;
+   }
    auto module = ReadLink(dir + "/driver/module");
    const std::string &link = module ? *module : *driver;
    return c.ModuleId(link.substr(link.rfind('/') + 1));
@@ -135,7 +165,9 @@ void CaptureDevices(Capture &c, const std::string &dir, const zif::Keys &keys, i
          std::string child = dir + "/" + name;
          struct stat st;
          // Links (physical_node, subsystem, driver) lead out of the tree.
-         if (lstat(child.c_str(), &st) != 0 || !S_ISDIR(st.st_mode) || !IsAcpiDevice(child)) continue;
+         if (lstat(child.c_str(), &st) != 0 || !S_ISDIR(st.st_mode) || !IsAcpiDevice(child)) {
+            continue;
+         }
          std::string path = Trimmed(ReadFile(child + "/path", 4096));
          std::string hid = Trimmed(ReadFile(child + "/hid", 4096));
          std::string uid = Trimmed(ReadFile(child + "/uid", 4096));
@@ -144,9 +176,9 @@ void CaptureDevices(Capture &c, const std::string &dir, const zif::Keys &keys, i
          childKeys.push_back(TextKey(name));
          Record rec("system_devicetree_devices_info");
          rec.Text("busType", "acpi")
-            .Text("busAddress", path)
-            .Text("busId", BusIdText(path, hid, cid, uid))
-            .Set("moduleId", DriverModule(c, child));
+               .Text("busAddress", path)
+               .Text("busId", BusIdText(path, hid, cid, uid))
+               .Set("moduleId", DriverModule(c, child));
          c.Put(rec, childKeys);
          CaptureDevices(c, child, childKeys, depth + 1);
          children.push_back(TextKey(name));
@@ -159,25 +191,29 @@ void CaptureDeviceTree(Capture &c) {
    const std::string rootName = "LNXSYSTM:00";
    std::string root = c.Sys("devices/" + rootName);
    struct stat st;
-   if (stat(root.c_str(), &st) != 0) throw PartError("no ACPI device tree at " + root);
+   if (stat(root.c_str(), &st) != 0) {
+      throw PartError("no ACPI device tree at " + root);
+   }
    zif::Keys rootKeys{TextKey(rootName)};
    Record rec("system_devicetree_devices_info");
    rec.Text("busType", "acpi")
-      .Text("busAddress", Trimmed(ReadFile(root + "/path", 4096)))
-      .Text("busId", "acpi root device")
-      .Set("moduleId", kNoModule);
+         .Text("busAddress", Trimmed(ReadFile(root + "/path", 4096)))
+         .Text("busId", "acpi root device")
+         .Set("moduleId", kNoModule);
    c.Put(rec, rootKeys);
    c.List("system_devicetree_devices", {}, rootKeys);
    CaptureDevices(c, root, rootKeys, 0);
 }
 
-} // namespace
+}  // namespace
 
 void CaptureAcpi(Capture &c) {
    c.SeedModules();
    bool tables = c.Try("acpi", [&] { CaptureTables(c); });
    bool tree = c.Try("acpi", [&] { CaptureDeviceTree(c); });
-   if (!tables && !tree) throw PartError("neither ACPI tables nor an ACPI device tree");
+   if (!tables && !tree) {
+      throw PartError("neither ACPI tables nor an ACPI device tree");
+   }
 }
 
-} // namespace capture
+}  // namespace capture

@@ -8,19 +8,25 @@
 namespace capture {
 
 Record::Record(std::string_view node) : layout_(zif::findLayout(node)) {
-   if (!layout_) throw PartError("no record layout for " + std::string(node));
+   if (!layout_) {
+      throw PartError("no record layout for " + std::string(node));
+   }
    bytes_.assign(layout_->length, 0);
 }
 
 const zif::FieldLayout &Record::Field(std::string_view name) const {
    const zif::FieldLayout *f = zif::findField(*layout_, name);
-   if (!f) throw PartError("record " + std::string(layout_->node) + " has no field " + std::string(name));
+   if (!f) {
+      throw PartError("record " + std::string(layout_->node) + " has no field " + std::string(name));
+   }
    return *f;
 }
 
 Record &Record::Set(std::string_view field, uint64_t value) {
    const zif::FieldLayout &f = Field(field);
-   if (!zif::isInteger(f.kind)) throw PartError("field " + std::string(field) + " is not a number");
+   if (!zif::isInteger(f.kind)) {
+      throw PartError("field " + std::string(field) + " is not a number");
+   }
    for (uint32_t i = 0; i < f.width && f.offset + i < bytes_.size(); i++) {
       bytes_[f.offset + i] = static_cast<uint8_t>(value >> (8 * i));
    }
@@ -30,7 +36,9 @@ Record &Record::Set(std::string_view field, uint64_t value) {
 Record &Record::Text(std::string_view field, std::string_view text) {
    const zif::FieldLayout &f = Field(field);
    size_t n = std::min<size_t>(text.size(), f.width - 1);
-   if (auto nul = text.find('\0'); nul < n) n = nul;
+   if (auto nul = text.find('\0'); nul < n) {
+      n = nul;
+   }
    std::memcpy(bytes_.data() + f.offset, text.data(), n);
    return *this;
 }
@@ -47,7 +55,9 @@ std::vector<uint8_t> Record::Take(bool trimmed) {
    if (trimmed) {
       // Keep one NUL, so that a record holding a text stays a terminated text.
       size_t end = out.size();
-      while (end > 0 && out[end - 1] == 0) end--;
+      while (end > 0 && out[end - 1] == 0) {
+         end--;
+      }
       out.resize(std::min(out.size(), end + 1));
    }
    bytes_.assign(layout_->length, 0);
@@ -56,15 +66,21 @@ std::vector<uint8_t> Record::Take(bool trimmed) {
 
 uint32_t ModuleTable::Id(const std::string &name) {
    auto [it, added] = ids_.try_emplace(name, static_cast<uint32_t>(names_.size() + 1));
-   if (added) names_.push_back(name);
+   if (added) {
+      names_.push_back(name);
+   }
    return it->second;
 }
 
 void Capture::SeedModules() {
-   if (modulesWanted) return;
+   if (modulesWanted) {
+      return;
+   }
    modulesWanted = true;
    if (auto text = ReadFile(Proc("modules"))) {
-      for (const std::string &name : ParseModules(*text)) modules.Id(name);
+      for (const std::string &name : ParseModules(*text)) {
+         modules.Id(name);
+      }
    } else {
       Note("modules: no " + Proc("modules") + " (a kernel without loadable modules); only built-in drivers are listed");
    }
@@ -91,7 +107,9 @@ void Capture::Put(std::string_view node, zif::Keys keys, std::vector<uint8_t> by
 
 void Capture::PutText(std::string_view node, zif::Keys keys, std::string_view text, size_t width) {
    size_t n = std::min(text.size(), width - 1);
-   if (auto nul = text.find('\0'); nul < n) n = nul;
+   if (auto nul = text.find('\0'); nul < n) {
+      n = nul;
+   }
    std::vector<uint8_t> bytes(text.begin(), text.begin() + static_cast<ptrdiff_t>(n));
    bytes.push_back(0);
    Put(node, std::move(keys), std::move(bytes));
@@ -106,4 +124,4 @@ void Capture::PutDevInfo(zif::Keys function, std::vector<uint8_t> reply) {
    Add(zif::EntryKind::DevInfo, {}, std::move(function), std::move(reply));
 }
 
-} // namespace capture
+}  // namespace capture

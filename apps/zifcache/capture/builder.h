@@ -29,10 +29,10 @@ struct PartError : std::runtime_error {
 class Record {
 public:
    explicit Record(std::string_view node);
-   Record &Set(std::string_view field, uint64_t value); // any integer field; negative values as two's complement
+   Record &Set(std::string_view field, uint64_t value);  // any integer field; negative values as two's complement
    Record &SetSigned(std::string_view field, int64_t value) { return Set(field, static_cast<uint64_t>(value)); }
-   Record &Text(std::string_view field, std::string_view text); // cut to fit with its NUL
-   Record &Bytes(std::string_view field, std::span<const uint8_t> bytes); // cut to the field's width
+   Record &Text(std::string_view field, std::string_view text);            // cut to fit with its NUL
+   Record &Bytes(std::string_view field, std::span<const uint8_t> bytes);  // cut to the field's width
    // The bytes; with trimmed, without the trailing zeros but one (the
    // library zero-fills a short record when it is read).
    std::vector<uint8_t> Take(bool trimmed = false);
@@ -73,7 +73,9 @@ public:
 
    void List(std::string_view node, zif::Keys parent, zif::Keys instances);
    void Put(std::string_view node, zif::Keys keys, std::vector<uint8_t> bytes);
-   void Put(Record &record, zif::Keys keys, bool trimmed = false) { Put(record.node(), std::move(keys), record.Take(trimmed)); }
+   void Put(Record &record, zif::Keys keys, bool trimmed = false) {
+      Put(record.node(), std::move(keys), record.Take(trimmed));
+   }
    // A record that is a NUL-terminated text, stored with its NUL only.
    void PutText(std::string_view node, zif::Keys keys, std::string_view text, size_t width);
    void PutSet(std::string_view node, zif::Keys input, std::vector<uint8_t> output);
@@ -119,7 +121,11 @@ private:
             zif::Keys instances = {});
 };
 
-inline zif::Key IntKey(int64_t v) { return zif::Key::ofInt(v); }
-inline zif::Key TextKey(std::string v) { return zif::Key::ofText(std::move(v)); }
+inline zif::Key IntKey(int64_t v) {
+   return zif::Key::ofInt(v);
+}
+inline zif::Key TextKey(std::string v) {
+   return zif::Key::ofText(std::move(v));
+}
 
-} // namespace capture
+}  // namespace capture

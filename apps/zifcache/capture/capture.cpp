@@ -3,15 +3,15 @@
 // is renamed over OUT (as pack does), with the provenance in its meta.
 #include "capture.h"
 
-#include "zifformat/mapped_file.h"
 #include "parts.h"
+#include "zifformat/mapped_file.h"
 
+#include <sys/utsname.h>
 #include <cstdio>
 #include <ctime>
 #include <functional>
 #include <iostream>
 #include <set>
-#include <sys/utsname.h>
 
 namespace capture {
 namespace {
@@ -23,9 +23,9 @@ struct Part {
 
 const std::vector<Part> &Parts() {
    static const std::vector<Part> parts = {
-      {"worlds", CaptureWorlds}, {"cartels", CaptureCartels}, {"pci", CapturePci},
-      {"acpi", CaptureAcpi},     {"host", CaptureHost},       {"interrupts", CaptureInterrupts},
-      {"memfs", CaptureMemfs},   {"groups", CaptureGroups},
+         {"worlds", CaptureWorlds}, {"cartels", CaptureCartels}, {"pci", CapturePci},
+         {"acpi", CaptureAcpi},     {"host", CaptureHost},       {"interrupts", CaptureInterrupts},
+         {"memfs", CaptureMemfs},   {"groups", CaptureGroups},
    };
    return parts;
 }
@@ -38,16 +38,22 @@ bool ParsePartList(const std::string &text, std::set<std::string> &out) {
       std::string name = text.substr(start, comma == std::string::npos ? std::string::npos : comma - start);
       if (!name.empty()) {
          bool known = false;
-         for (const Part &p : Parts()) known = known || p.name == name;
+         for (const Part &p : Parts()) {
+            known = known || p.name == name;
+         }
          if (!known) {
             std::cerr << "zifcache capture: unknown part \"" << name << "\" (parts:";
-            for (const Part &p : Parts()) std::cerr << ' ' << p.name;
+            for (const Part &p : Parts()) {
+               std::cerr << ' ' << p.name;
+            }
             std::cerr << ")\n";
             return false;
          }
          out.insert(name);
       }
-      if (comma == std::string::npos) break;
+      if (comma == std::string::npos) {
+         break;
+      }
       start = comma + 1;
    }
    return true;
@@ -62,12 +68,14 @@ std::string UtcNow() {
    return buf;
 }
 
-} // namespace
+}  // namespace
 
 const std::vector<std::string> &PartNames() {
    static const std::vector<std::string> names = [] {
       std::vector<std::string> v;
-      for (const Part &p : Parts()) v.push_back(p.name);
+      for (const Part &p : Parts()) {
+         v.push_back(p.name);
+      }
       return v;
    }();
    return names;
@@ -75,7 +83,9 @@ const std::vector<std::string> &PartNames() {
 
 int RunCapture(const CaptureOptions &options) {
    std::set<std::string> only, exclude;
-   if (!ParsePartList(options.only, only) || !ParsePartList(options.exclude, exclude)) return 1;
+   if (!ParsePartList(options.only, only) || !ParsePartList(options.exclude, exclude)) {
+      return 1;
+   }
 
    HostPaths paths;
    if (!options.root.empty()) {
@@ -97,13 +107,21 @@ int RunCapture(const CaptureOptions &options) {
 
    std::vector<std::string> taken;
    for (const Part &part : Parts()) {
-      if ((!only.empty() && !only.count(part.name)) || exclude.count(part.name)) continue;
-      if (c.Try(part.name, [&] { part.run(c); })) taken.push_back(part.name);
+      if ((!only.empty() && !only.count(part.name)) || exclude.count(part.name)) {
+         continue;
+      }
+      if (c.Try(part.name, [&] { part.run(c); })) {
+         taken.push_back(part.name);
+      }
    }
-   if (c.modulesWanted) c.Try("modules", [&] { CaptureModules(c); });
+   if (c.modulesWanted) {
+      c.Try("modules", [&] { CaptureModules(c); });
+   }
 
    std::string list;
-   for (const std::string &name : taken) list += (list.empty() ? "" : ", ") + name;
+   for (const std::string &name : taken) {
+      list += (list.empty() ? "" : ", ") + name;
+   }
    c.notes.insert(c.notes.begin() + 1, "parts: " + (list.empty() ? std::string("none") : list));
    snapshot.meta.notes = std::move(c.notes);
    snapshot.entries = std::move(c.entries);
@@ -116,4 +134,4 @@ int RunCapture(const CaptureOptions &options) {
    return 0;
 }
 
-} // namespace capture
+}  // namespace capture

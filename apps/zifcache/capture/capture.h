@@ -8,10 +8,10 @@ namespace capture {
 
 struct CaptureOptions {
    std::string out;
-   std::string only, exclude; // comma-separated part names
-   std::string root;          // a directory holding proc/ and sys/ in place of the host's (tests)
-   int readLimitMs = 250;     // limit of one read that may block behind a stuck process
-   std::string commandLine;   // as typed, for the provenance
+   std::string only, exclude;  // comma-separated part names
+   std::string root;           // a directory holding proc/ and sys/ in place of the host's (tests)
+   int readLimitMs = 250;      // limit of one read that may block behind a stuck process
+   std::string commandLine;    // as typed, for the provenance
 };
 
 // The part names, in capture order.
@@ -21,4 +21,4 @@ const std::vector<std::string> &PartNames();
 // to standard error.
 int RunCapture(const CaptureOptions &options);
 
-} // namespace capture
+}  // namespace capture

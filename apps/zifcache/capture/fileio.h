@@ -50,4 +50,4 @@ private:
    unsigned abandoned_ = 0;
 };
 
-} // namespace capture
+}  // namespace capture

@@ -3,18 +3,20 @@
 #include "parts.h"
 #include "procfs.h"
 
+#include <sys/utsname.h>
 #include <cmath>
 #include <ctime>
-#include <sys/utsname.h>
 
 namespace capture {
 namespace {
 
-constexpr int64_t kRootGroup = 0; // the load history nodes are read for scheduler group 0
+constexpr int64_t kRootGroup = 0;  // the load history nodes are read for scheduler group 0
 
 uint32_t OnlineCpus(Capture &c) {
    if (auto list = ReadLine(c.Sys("devices/system/cpu/online"))) {
-      if (auto n = CountCpuList(*list); n && *n > 0) return *n;
+      if (auto n = CountCpuList(*list); n && *n > 0) {
+         return *n;
+      }
    }
    throw PartError("cannot read the online CPUs from " + c.Sys("devices/system/cpu/online"));
 }
@@ -26,7 +28,9 @@ void PutClock(Capture &c) {
       std::string dir = c.Sys("class/rtc/" + names->front());
       auto date = ReadLine(dir + "/date");
       auto time = ReadLine(dir + "/time");
-      if (date && time) rtc = ParseRtc(*date, *time);
+      if (date && time) {
+         rtc = ParseRtc(*date, *time);
+      }
    }
    if (!rtc) {
       std::time_t now = std::time(nullptr);
@@ -37,35 +41,41 @@ void PutClock(Capture &c) {
    }
    Record rec("hardware_chipset_rtc");
    rec.SetSigned("hour", rtc->hour)
-      .SetSigned("minute", rtc->minute)
-      .SetSigned("second", rtc->second)
-      .SetSigned("day", rtc->day)
-      .SetSigned("month", rtc->month)
-      .SetSigned("year", rtc->year);
+         .SetSigned("minute", rtc->minute)
+         .SetSigned("second", rtc->second)
+         .SetSigned("day", rtc->day)
+         .SetSigned("month", rtc->month)
+         .SetSigned("year", rtc->year);
    c.Put(rec, {});
 }
 
 void PutVersion(Capture &c) {
    utsname u{};
-   if (uname(&u) != 0) throw PartError("uname failed");
+   if (uname(&u) != 0) {
+      throw PartError("uname failed");
+   }
    Record rec("system_version");
    rec.Text("product", u.sysname)
-      .Text("version", u.release)
-      .Text("releaseLevel", "Release")
-      .Text("update", "0")
-      .SetSigned("build", ParseBuildNumber(u.version));
+         .Text("version", u.release)
+         .Text("releaseLevel", "Release")
+         .Text("update", "0")
+         .SetSigned("build", ParseBuildNumber(u.version));
    c.Put(rec, {});
 }
 
-} // namespace
+}  // namespace
 
 void CaptureHost(Capture &c) {
    auto uptimeText = ReadFile(c.Proc("uptime"), 4096);
    auto uptime = uptimeText ? ParseUptime(*uptimeText) : std::nullopt;
-   if (!uptime) throw PartError("cannot read " + c.Proc("uptime"));
+   if (!uptime) {
+      throw PartError("cannot read " + c.Proc("uptime"));
+   }
    auto loadText = ReadFile(c.Proc("loadavg"), 4096);
    auto loads = loadText ? ParseLoadavg(*loadText) : std::nullopt;
-   if (!loads) throw PartError("cannot read " + c.Proc("loadavg"));
+   if (!loads) {
+      throw PartError("cannot read " + c.Proc("loadavg"));
+   }
 
    uint64_t seconds = static_cast<uint64_t>(*uptime);
    Record up("system_ntpclock_upTime");
@@ -91,7 +101,9 @@ void CaptureHost(Capture &c) {
    c.Try("host", [&] { PutClock(c); });
    c.Try("host", [&] {
       auto cmdline = ReadLine(c.Proc("cmdline"));
-      if (!cmdline) throw PartError("cannot read " + c.Proc("cmdline"));
+      if (!cmdline) {
+         throw PartError("cannot read " + c.Proc("cmdline"));
+      }
       Record boot("system_bootCmdLine");
       boot.Text("cmdLine", *cmdline);
       c.Put(boot, {}, true);
@@ -106,4 +118,4 @@ void CaptureHost(Capture &c) {
    });
 }
 
-} // namespace capture
+}  // namespace capture

@@ -9,9 +9,13 @@ namespace capture {
 
 void CaptureInterrupts(Capture &c) {
    auto text = ReadFile(c.Proc("interrupts"), 16 << 20);
-   if (!text) throw PartError("cannot read " + c.Proc("interrupts"));
+   if (!text) {
+      throw PartError("cannot read " + c.Proc("interrupts"));
+   }
    auto irqs = ParseInterrupts(*text);
-   if (!irqs) throw PartError("cannot parse " + c.Proc("interrupts"));
+   if (!irqs) {
+      throw PartError("cannot parse " + c.Proc("interrupts"));
+   }
 
    Record cpu("hardware_cpu_cpuInfo");
    cpu.Set("numPcpus", irqs->cpus);
@@ -32,7 +36,9 @@ void CaptureInterrupts(Capture &c) {
       for (const std::string &name : line.devices) {
          zif::Key key = TextKey(name);
          // A list holds each name once; two handlers of one name share a line.
-         if (std::find(devices.begin(), devices.end(), key) == devices.end()) devices.push_back(std::move(key));
+         if (std::find(devices.begin(), devices.end(), key) == devices.end()) {
+            devices.push_back(std::move(key));
+         }
       }
       c.List("hardware_interrupts_cookieList_ZLCDevices", {cookie}, std::move(devices));
       cookies.push_back(std::move(cookie));
@@ -40,4 +46,4 @@ void CaptureInterrupts(Capture &c) {
    c.List("hardware_interrupts_cookieList", {}, std::move(cookies));
 }
 
-} // namespace capture
+}  // namespace capture

@@ -7,14 +7,14 @@
 
 namespace capture {
 
-void CaptureWorlds(Capture &c);     // worlds, scheduler records, cartels, command lines, children
-void CaptureCartels(Capture &c);    // working directories, descriptors, file mappings
-void CapturePci(Capture &c);        // PCI functions, configuration spaces, device-info replies
-void CaptureAcpi(Capture &c);       // ACPI tables and the ACPI device tree
-void CaptureHost(Capture &c);       // uptime, loads, PCPUs, version, clock, boot command line
-void CaptureInterrupts(Capture &c); // interrupt cookies and their counts per PCPU
-void CaptureMemfs(Capture &c);      // ramdisks and tardisks
-void CaptureGroups(Capture &c);     // resource pool groups
-void CaptureModules(Capture &c);    // the modules the PCI and ACPI parts met
+void CaptureWorlds(Capture &c);      // worlds, scheduler records, cartels, command lines, children
+void CaptureCartels(Capture &c);     // working directories, descriptors, file mappings
+void CapturePci(Capture &c);         // PCI functions, configuration spaces, device-info replies
+void CaptureAcpi(Capture &c);        // ACPI tables and the ACPI device tree
+void CaptureHost(Capture &c);        // uptime, loads, PCPUs, version, clock, boot command line
+void CaptureInterrupts(Capture &c);  // interrupt cookies and their counts per PCPU
+void CaptureMemfs(Capture &c);       // ramdisks and tardisks
+void CaptureGroups(Capture &c);      // resource pool groups
+void CaptureModules(Capture &c);     // the modules the PCI and ACPI parts met
 
-} // namespace capture
+}  // namespace capture

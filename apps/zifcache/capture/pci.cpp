@@ -38,7 +38,9 @@ std::optional<Address> ParseAddress(const std::string &name) {
 
 uint64_t SysNumber(const std::string &path, uint64_t fallback) {
    auto text = ReadLine(path);
-   if (!text) return fallback;
+   if (!text) {
+      return fallback;
+   }
    return ParseNumber(*text).value_or(fallback);
 }
 
@@ -51,11 +53,15 @@ std::string Basename(const std::string &path) {
 std::map<std::string, int32_t> PhysicalSlots(Capture &c) {
    std::map<std::string, int32_t> slots;
    auto names = ListDir(c.Sys("bus/pci/slots"));
-   if (!names) return slots;
+   if (!names) {
+      return slots;
+   }
    for (const std::string &name : *names) {
       auto address = ReadLine(c.Sys("bus/pci/slots/" + name + "/address"));
       auto number = ParseNumber(name);
-      if (address && number && *number <= 0x7fffffff) slots[*address] = static_cast<int32_t>(*number);
+      if (address && number && *number <= 0x7fffffff) {
+         slots[*address] = static_cast<int32_t>(*number);
+      }
    }
    return slots;
 }
@@ -66,11 +72,13 @@ struct Function {
    std::string driver;
 };
 
-} // namespace
+}  // namespace
 
 void CapturePci(Capture &c) {
    auto names = ListDir(c.Sys("bus/pci/devices"));
-   if (!names) throw PartError("cannot read " + c.Sys("bus/pci/devices"));
+   if (!names) {
+      throw PartError("cannot read " + c.Sys("bus/pci/devices"));
+   }
    c.SeedModules();
    std::vector<Function> functions;
    for (const std::string &name : *names) {
@@ -84,30 +92,34 @@ void CapturePci(Capture &c) {
    auto slots = PhysicalSlots(c);
 
    bool shortConfig = false;
-   std::map<std::vector<uint32_t>, zif::Keys> children; // keys of a level -> instances below it
+   std::map<std::vector<uint32_t>, zif::Keys> children;  // keys of a level -> instances below it
    std::map<std::vector<uint32_t>, std::vector<const Function *>> slotFunctions;
    for (const Function &f : functions) {
       const Address &a = f.address;
       zif::Keys keys{IntKey(a.segment), IntKey(a.bus), IntKey(a.slot), IntKey(a.function)};
       auto config = ReadFile(f.dir + "/config", 4096);
-      if (!config) continue; // removed meanwhile
+      if (!config) {
+         continue;  // removed meanwhile
+      }
       std::vector<uint8_t> space(config->begin(), config->end());
-      if (space.size() < 256) shortConfig = true;
+      if (space.size() < 256) {
+         shortConfig = true;
+      }
       auto at = [&](size_t offset) -> uint8_t { return offset < space.size() ? space[offset] : 0; };
 
       Record header("hardware_pci_seg_bus_slot_func_pciConfigHeader");
       header.Set("vendorId", SysNumber(f.dir + "/vendor", 0xffff))
-         .Set("deviceId", SysNumber(f.dir + "/device", 0xffff))
-         .Set("subVendorId", SysNumber(f.dir + "/subsystem_vendor", 0))
-         .Set("subDeviceId", SysNumber(f.dir + "/subsystem_device", 0))
-         .Set("classCode", SysNumber(f.dir + "/class", 0) >> 8);
+            .Set("deviceId", SysNumber(f.dir + "/device", 0xffff))
+            .Set("subVendorId", SysNumber(f.dir + "/subsystem_vendor", 0))
+            .Set("subDeviceId", SysNumber(f.dir + "/subsystem_device", 0))
+            .Set("classCode", SysNumber(f.dir + "/class", 0) >> 8);
       uint8_t flags = 0;
       uint8_t pin = at(kCfgInterruptPin);
       if (pin != 0) {
          uint64_t irq = SysNumber(f.dir + "/irq", 0);
          header.Set("isaIrq", at(kCfgInterruptLine))
-            .Set("irq", irq == 0 || irq >= kNoIrq ? kNoIrq : irq)
-            .Set("intPin", pin - 1u);
+               .Set("irq", irq == 0 || irq >= kNoIrq ? kNoIrq : irq)
+               .Set("intPin", pin - 1u);
          flags |= kFlagInterruptValid;
       }
       if ((at(kCfgHeaderType) & 0x7f) == kHeaderTypeBridge) {
@@ -117,7 +129,9 @@ void CapturePci(Capture &c) {
       header.Set("flags", flags);
       char slotAddress[32];
       std::snprintf(slotAddress, sizeof slotAddress, "%04x:%02x:%02x", a.segment, a.bus, a.slot);
-      if (auto s = slots.find(slotAddress); s != slots.end()) header.SetSigned("physSlot", s->second);
+      if (auto s = slots.find(slotAddress); s != slots.end()) {
+         header.SetSigned("physSlot", s->second);
+      }
       if (!f.driver.empty()) {
          // A driver built into the kernel is named by its module directory
          // when it has one, else by the driver's own name.
@@ -126,14 +140,19 @@ void CapturePci(Capture &c) {
       }
       c.Put(header, keys);
 
-      std::vector<uint8_t> standard(space.begin(), space.begin() + static_cast<ptrdiff_t>(std::min<size_t>(space.size(), 256)));
+      std::vector<uint8_t> standard(space.begin(),
+                                    space.begin() + static_cast<ptrdiff_t>(std::min<size_t>(space.size(), 256)));
       standard.resize(256, 0);
       c.Put("hardware_pci_seg_bus_slot_func_pciConfigSpace", keys, std::move(standard));
-      if (space.size() >= 4096) c.Put("hardware_pci_seg_bus_slot_func_pciExtConfigSpace", keys, std::move(space));
+      if (space.size() >= 4096) {
+         c.Put("hardware_pci_seg_bus_slot_func_pciExtConfigSpace", keys, std::move(space));
+      }
 
       auto addChild = [&](std::vector<uint32_t> parent, uint32_t child) {
          zif::Keys &list = children[parent];
-         if (list.empty() || list.back().number != child) list.push_back(IntKey(child));
+         if (list.empty() || list.back().number != child) {
+            list.push_back(IntKey(child));
+         }
       };
       addChild({}, a.segment);
       addChild({a.segment}, a.bus);
@@ -141,14 +160,20 @@ void CapturePci(Capture &c) {
       addChild({a.segment, a.bus, a.slot}, a.function);
       slotFunctions[{a.segment, a.bus, a.slot}].push_back(&f);
    }
-   if (shortConfig) c.Note("pci: only part of the configuration spaces was readable (not root?); the rest is zero");
+   if (shortConfig) {
+      c.Note("pci: only part of the configuration spaces was readable (not root?); the rest is zero");
+   }
 
    static const char *const levels[] = {"hardware_pci_seg", "hardware_pci_seg_bus", "hardware_pci_seg_bus_slot",
                                         "hardware_pci_seg_bus_slot_func"};
-   if (children.empty()) c.List(levels[0], {}, {});
+   if (children.empty()) {
+      c.List(levels[0], {}, {});
+   }
    for (auto &[parent, instances] : children) {
       zif::Keys parentKeys;
-      for (uint32_t k : parent) parentKeys.push_back(IntKey(k));
+      for (uint32_t k : parent) {
+         parentKeys.push_back(IntKey(k));
+      }
       c.List(levels[parent.size()], std::move(parentKeys), std::move(instances));
    }
 
@@ -180,4 +205,4 @@ void CaptureModules(Capture &c) {
    c.List("system_modules", {}, std::move(keys));
 }
 
-} // namespace capture
+}  // namespace capture

@@ -7,19 +7,29 @@ namespace {
 
 std::optional<ThreadInfo> ReadThread(const std::string &dir, int tid) {
    auto statText = ReadFile(dir + "/stat", 4096);
-   if (!statText) return std::nullopt;
+   if (!statText) {
+      return std::nullopt;
+   }
    auto stat = ParseStat(*statText);
-   if (!stat) return std::nullopt;
+   if (!stat) {
+      return std::nullopt;
+   }
    auto statusText = ReadFile(dir + "/status", 16384);
-   if (!statusText) return std::nullopt;
+   if (!statusText) {
+      return std::nullopt;
+   }
    return ThreadInfo{tid, std::move(*stat), ParseStatus(*statusText)};
 }
 
 // The command line with blanks for the NULs between the arguments.
 std::string JoinArguments(std::string raw) {
-   while (!raw.empty() && raw.back() == '\0') raw.pop_back();
+   while (!raw.empty() && raw.back() == '\0') {
+      raw.pop_back();
+   }
    for (char &ch : raw) {
-      if (ch == '\0') ch = ' ';
+      if (ch == '\0') {
+         ch = ' ';
+      }
    }
    return raw;
 }
@@ -29,7 +39,9 @@ std::optional<ProcessInfo> ReadProcess(Capture &c, int pid, std::map<std::string
    p.pid = pid;
    std::string base = c.Proc(std::to_string(pid));
    auto main = ReadThread(base, pid);
-   if (!main) return std::nullopt;
+   if (!main) {
+      return std::nullopt;
+   }
    p.stat = main->stat;
    p.status = main->status;
    p.kernel = (p.stat.flags & kLinuxKernelThreadFlag) != 0;
@@ -47,7 +59,7 @@ std::optional<ProcessInfo> ReadProcess(Capture &c, int pid, std::map<std::string
       if (cmd.text) {
          p.cmdline = JoinArguments(std::move(*cmd.text));
       } else if (!cmd.timedOut) {
-         return std::nullopt; // gone
+         return std::nullopt;  // gone
       }
    }
 
@@ -55,7 +67,9 @@ std::optional<ProcessInfo> ReadProcess(Capture &c, int pid, std::map<std::string
       // The main thread's own times are in its task directory; the
       // process's stat sums all threads.
       auto t = ReadThread(base + "/task/" + std::to_string(tid), tid);
-      if (!t) continue;
+      if (!t) {
+         continue;
+      }
       if (tid == pid) {
          p.threads.insert(p.threads.begin(), std::move(*t));
       } else {
@@ -68,22 +82,32 @@ std::optional<ProcessInfo> ReadProcess(Capture &c, int pid, std::map<std::string
    }
    // A main thread that has exited while others run shows Z; the process
    // lives on.
-   if (p.zombie && p.threads.size() > 1) p.zombie = false;
+   if (p.zombie && p.threads.size() > 1) {
+      p.zombie = false;
+   }
    return p;
 }
 
-} // namespace
+}  // namespace
 
 const std::vector<ProcessInfo> &Processes(Capture &c) {
-   if (c.processes) return *c.processes;
+   if (c.processes) {
+      return *c.processes;
+   }
    auto all = std::make_shared<std::vector<ProcessInfo>>();
    std::vector<int> pids = ListNumericDir(c.paths.proc);
-   if (pids.empty()) throw PartError("no processes under " + c.paths.proc);
+   if (pids.empty()) {
+      throw PartError("no processes under " + c.paths.proc);
+   }
    // The initial PID namespace is userspace 1: the one of process 1.
    std::map<std::string, uint32_t> namespaces;
-   if (auto ns = ReadLink(c.Proc("1/ns/pid"))) namespaces.emplace(*ns, 1);
+   if (auto ns = ReadLink(c.Proc("1/ns/pid"))) {
+      namespaces.emplace(*ns, 1);
+   }
    for (int pid : pids) {
-      if (auto p = ReadProcess(c, pid, namespaces)) all->push_back(std::move(*p));
+      if (auto p = ReadProcess(c, pid, namespaces)) {
+         all->push_back(std::move(*p));
+      }
    }
    if (unsigned n = c.reader.Abandoned()) {
       c.Note("worlds: " + std::to_string(n) + " command line read(s) timed out; shown as unavailable");
@@ -92,4 +116,4 @@ const std::vector<ProcessInfo> &Processes(Capture &c) {
    return *all;
 }
 
-} // namespace capture
+}  // namespace capture

@@ -18,12 +18,12 @@ struct ThreadInfo {
 
 struct ProcessInfo {
    int pid = 0;
-   TaskStat stat;           // of the main thread
-   TaskStatus status;       // of the main thread
-   bool kernel = false;     // a kernel thread
-   bool zombie = false;     // exited, waiting for its parent
-   uint32_t userspace = 0;  // numbered PID namespace; 0 for kernel threads
-   std::optional<std::string> cmdline; // blanks between the arguments; nullopt when the read timed out
+   TaskStat stat;                       // of the main thread
+   TaskStatus status;                   // of the main thread
+   bool kernel = false;                 // a kernel thread
+   bool zombie = false;                 // exited, waiting for its parent
+   uint32_t userspace = 0;              // numbered PID namespace; 0 for kernel threads
+   std::optional<std::string> cmdline;  // blanks between the arguments; nullopt when the read timed out
    std::vector<ThreadInfo> threads;     // the main thread first
 };
 
@@ -31,4 +31,4 @@ struct ProcessInfo {
 // they are read are left out.
 const std::vector<ProcessInfo> &Processes(Capture &capture);
 
-} // namespace capture
+}  // namespace capture

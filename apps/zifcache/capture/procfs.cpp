@@ -7,16 +7,24 @@ namespace capture {
 namespace {
 
 std::string_view Trim(std::string_view s) {
-   while (!s.empty() && (s.front() == ' ' || s.front() == '\t' || s.front() == '\n')) s.remove_prefix(1);
-   while (!s.empty() && (s.back() == ' ' || s.back() == '\t' || s.back() == '\n')) s.remove_suffix(1);
+   while (!s.empty() && (s.front() == ' ' || s.front() == '\t' || s.front() == '\n')) {
+      s.remove_prefix(1);
+   }
+   while (!s.empty() && (s.back() == ' ' || s.back() == '\t' || s.back() == '\n')) {
+      s.remove_suffix(1);
+   }
    return s;
 }
 
 // Splits off the next blank-separated word.
 std::string_view NextWord(std::string_view &s) {
-   while (!s.empty() && (s.front() == ' ' || s.front() == '\t')) s.remove_prefix(1);
+   while (!s.empty() && (s.front() == ' ' || s.front() == '\t')) {
+      s.remove_prefix(1);
+   }
    size_t end = 0;
-   while (end < s.size() && s[end] != ' ' && s[end] != '\t') end++;
+   while (end < s.size() && s[end] != ' ' && s[end] != '\t') {
+      end++;
+   }
    std::string_view word = s.substr(0, end);
    s.remove_prefix(end);
    return word;
@@ -27,7 +35,9 @@ std::vector<std::string_view> Lines(std::string_view text) {
    while (!text.empty()) {
       size_t nl = text.find('\n');
       lines.push_back(text.substr(0, nl));
-      if (nl == std::string_view::npos) break;
+      if (nl == std::string_view::npos) {
+         break;
+      }
       text.remove_prefix(nl + 1);
    }
    return lines;
@@ -37,14 +47,18 @@ template <typename T>
 std::optional<T> Decimal(std::string_view s) {
    T v{};
    auto [p, ec] = std::from_chars(s.data(), s.data() + s.size(), v, 10);
-   if (ec != std::errc() || p != s.data() + s.size() || s.empty()) return std::nullopt;
+   if (ec != std::errc() || p != s.data() + s.size() || s.empty()) {
+      return std::nullopt;
+   }
    return v;
 }
 
 std::optional<double> Real(std::string_view s) {
    double v = 0;
    auto [p, ec] = std::from_chars(s.data(), s.data() + s.size(), v);
-   if (ec != std::errc() || p != s.data() + s.size() || s.empty() || !std::isfinite(v)) return std::nullopt;
+   if (ec != std::errc() || p != s.data() + s.size() || s.empty() || !std::isfinite(v)) {
+      return std::nullopt;
+   }
    return v;
 }
 
@@ -65,24 +79,32 @@ std::string Unescape(std::string_view s) {
    return out;
 }
 
-} // namespace
+}  // namespace
 
 std::optional<TaskStat> ParseStat(std::string_view text) {
    // The name sits in parentheses and may itself hold blanks and ')'; it
    // ends at the last ')'.
    size_t open = text.find('(');
    size_t close = text.rfind(')');
-   if (open == std::string_view::npos || close == std::string_view::npos || close < open) return std::nullopt;
+   if (open == std::string_view::npos || close == std::string_view::npos || close < open) {
+      return std::nullopt;
+   }
    TaskStat st;
    auto pid = Decimal<int>(Trim(text.substr(0, open)));
-   if (!pid) return std::nullopt;
+   if (!pid) {
+      return std::nullopt;
+   }
    st.pid = *pid;
    st.comm = std::string(text.substr(open + 1, close - open - 1));
    std::string_view rest = text.substr(close + 1);
    // Fields from 3 (state) on, numbered as in proc(5).
    std::string_view fields[13];
-   for (auto &f : fields) f = NextWord(rest);
-   if (fields[0].size() != 1 || fields[12].empty()) return std::nullopt;
+   for (auto &f : fields) {
+      f = NextWord(rest);
+   }
+   if (fields[0].size() != 1 || fields[12].empty()) {
+      return std::nullopt;
+   }
    st.state = fields[0][0];
    auto ppid = Decimal<int>(fields[1]);
    auto pgrp = Decimal<int>(fields[2]);
@@ -90,7 +112,9 @@ std::optional<TaskStat> ParseStat(std::string_view text) {
    auto flags = Decimal<uint32_t>(fields[6]);
    auto utime = Decimal<uint64_t>(fields[11]);
    auto stime = Decimal<uint64_t>(fields[12]);
-   if (!ppid || !pgrp || !session || !flags || !utime || !stime) return std::nullopt;
+   if (!ppid || !pgrp || !session || !flags || !utime || !stime) {
+      return std::nullopt;
+   }
    st.ppid = *ppid;
    st.pgrp = *pgrp;
    st.session = *session;
@@ -104,7 +128,9 @@ TaskStatus ParseStatus(std::string_view text) {
    TaskStatus st;
    for (std::string_view line : Lines(text)) {
       size_t colon = line.find(':');
-      if (colon == std::string_view::npos) continue;
+      if (colon == std::string_view::npos) {
+         continue;
+      }
       std::string_view key = line.substr(0, colon);
       std::string_view value = Trim(line.substr(colon + 1));
       if (key == "Tgid") {
@@ -112,7 +138,9 @@ TaskStatus ParseStatus(std::string_view text) {
       } else if (key == "NSpid") {
          st.nsPids.clear();
          while (!value.empty()) {
-            if (auto v = Decimal<int>(NextWord(value))) st.nsPids.push_back(*v);
+            if (auto v = Decimal<int>(NextWord(value))) {
+               st.nsPids.push_back(*v);
+            }
             value = Trim(value);
          }
       } else if (key == "Cpus_allowed_list") {
@@ -128,17 +156,21 @@ std::vector<Mapping> ParseMaps(std::string_view text) {
       std::string_view rest = line;
       std::string_view range = NextWord(rest);
       std::string_view perms = NextWord(rest);
-      NextWord(rest); // offset
-      NextWord(rest); // device
+      NextWord(rest);  // offset
+      NextWord(rest);  // device
       std::string_view inode = NextWord(rest);
       size_t dash = range.find('-');
-      if (dash == std::string_view::npos || perms.size() < 3 || inode.empty()) continue;
+      if (dash == std::string_view::npos || perms.size() < 3 || inode.empty()) {
+         continue;
+      }
       Mapping m;
       auto hex = [](std::string_view s, uint64_t &v) {
          auto [p, ec] = std::from_chars(s.data(), s.data() + s.size(), v, 16);
          return ec == std::errc() && p == s.data() + s.size() && !s.empty();
       };
-      if (!hex(range.substr(0, dash), m.start) || !hex(range.substr(dash + 1), m.end) || m.end < m.start) continue;
+      if (!hex(range.substr(0, dash), m.start) || !hex(range.substr(dash + 1), m.end) || m.end < m.start) {
+         continue;
+      }
       m.readable = perms[0] == 'r';
       m.writable = perms[1] == 'w';
       m.executable = perms[2] == 'x';
@@ -151,17 +183,27 @@ std::vector<Mapping> ParseMaps(std::string_view text) {
 
 std::optional<Interrupts> ParseInterrupts(std::string_view text) {
    auto lines = Lines(text);
-   if (lines.empty()) return std::nullopt;
+   if (lines.empty()) {
+      return std::nullopt;
+   }
    Interrupts irqs;
    std::string_view header = lines[0];
-   while (!NextWord(header).empty()) irqs.cpus++;
-   if (irqs.cpus == 0) return std::nullopt;
+   while (!NextWord(header).empty()) {
+      irqs.cpus++;
+   }
+   if (irqs.cpus == 0) {
+      return std::nullopt;
+   }
    for (size_t i = 1; i < lines.size(); i++) {
       std::string_view rest = lines[i];
       std::string_view label = NextWord(rest);
-      if (label.size() < 2 || label.back() != ':') continue;
+      if (label.size() < 2 || label.back() != ':') {
+         continue;
+      }
       auto irq = Decimal<uint32_t>(label.substr(0, label.size() - 1));
-      if (!irq) continue; // NMI, LOC and the other named lines
+      if (!irq) {
+         continue;  // NMI, LOC and the other named lines
+      }
       InterruptLine line;
       line.irq = *irq;
       // Lines of interrupts without an action may stop before the counts end.
@@ -178,7 +220,9 @@ std::optional<Interrupts> ParseInterrupts(std::string_view text) {
       // Then the chip's name, the hardware number joined to the handler's
       // name by '-' (both optional), and the devices separated by ", ".
       std::vector<std::string_view> words;
-      for (std::string_view w = NextWord(rest); !w.empty(); w = NextWord(rest)) words.push_back(w);
+      for (std::string_view w = NextWord(rest); !w.empty(); w = NextWord(rest)) {
+         words.push_back(w);
+      }
       size_t first = words.empty() ? 0 : 1;
       for (size_t w = 1; w < words.size(); w++) {
          std::string_view word = words[w];
@@ -190,15 +234,21 @@ std::optional<Interrupts> ParseInterrupts(std::string_view text) {
       }
       std::string devices;
       for (size_t w = first; w < words.size(); w++) {
-         if (!devices.empty()) devices += ' ';
+         if (!devices.empty()) {
+            devices += ' ';
+         }
          devices += words[w];
       }
       std::string_view all = devices;
       while (!all.empty()) {
          size_t sep = all.find(", ");
          std::string_view name = all.substr(0, sep);
-         if (!name.empty()) line.devices.emplace_back(name);
-         if (sep == std::string_view::npos) break;
+         if (!name.empty()) {
+            line.devices.emplace_back(name);
+         }
+         if (sep == std::string_view::npos) {
+            break;
+         }
          all.remove_prefix(sep + 2);
       }
       irqs.lines.push_back(std::move(line));
@@ -210,14 +260,18 @@ std::vector<std::string> ParseModules(std::string_view text) {
    std::vector<std::string> names;
    for (std::string_view line : Lines(text)) {
       std::string_view name = NextWord(line);
-      if (!name.empty()) names.emplace_back(name);
+      if (!name.empty()) {
+         names.emplace_back(name);
+      }
    }
    return names;
 }
 
 std::optional<double> ParseUptime(std::string_view text) {
    auto v = Real(NextWord(text));
-   if (!v || *v < 0) return std::nullopt;
+   if (!v || *v < 0) {
+      return std::nullopt;
+   }
    return v;
 }
 
@@ -225,7 +279,9 @@ std::optional<std::array<double, 3>> ParseLoadavg(std::string_view text) {
    std::array<double, 3> loads{};
    for (double &l : loads) {
       auto v = Real(NextWord(text));
-      if (!v || *v < 0) return std::nullopt;
+      if (!v || *v < 0) {
+         return std::nullopt;
+      }
       l = *v;
    }
    return loads;
@@ -233,7 +289,9 @@ std::optional<std::array<double, 3>> ParseLoadavg(std::string_view text) {
 
 std::optional<uint32_t> CountCpuList(std::string_view text) {
    text = Trim(text);
-   if (text.empty()) return 0u;
+   if (text.empty()) {
+      return 0u;
+   }
    uint64_t count = 0;
    while (!text.empty()) {
       size_t comma = text.find(',');
@@ -241,10 +299,16 @@ std::optional<uint32_t> CountCpuList(std::string_view text) {
       size_t dash = part.find('-');
       auto lo = Decimal<uint32_t>(part.substr(0, dash));
       auto hi = dash == std::string_view::npos ? lo : Decimal<uint32_t>(part.substr(dash + 1));
-      if (!lo || !hi || *hi < *lo) return std::nullopt;
+      if (!lo || !hi || *hi < *lo) {
+         return std::nullopt;
+      }
       count += uint64_t{*hi} - *lo + 1;
-      if (count > 0xffffffffu) return std::nullopt;
-      if (comma == std::string_view::npos) break;
+      if (count > 0xffffffffu) {
+         return std::nullopt;
+      }
+      if (comma == std::string_view::npos) {
+         break;
+      }
       text.remove_prefix(comma + 1);
    }
    return static_cast<uint32_t>(count);
@@ -255,17 +319,25 @@ std::vector<Mount> ParseMountinfo(std::string_view text) {
    for (std::string_view line : Lines(text)) {
       std::string_view rest = line;
       std::string_view fields[5];
-      for (auto &f : fields) f = NextWord(rest);
-      if (fields[4].empty()) continue;
+      for (auto &f : fields) {
+         f = NextWord(rest);
+      }
+      if (fields[4].empty()) {
+         continue;
+      }
       // Optional fields end with a lone "-"; then type, source, options.
       std::string_view w;
       do {
          w = NextWord(rest);
       } while (!w.empty() && w != "-");
-      if (w.empty()) continue;
+      if (w.empty()) {
+         continue;
+      }
       std::string_view type = NextWord(rest);
       std::string_view source = NextWord(rest);
-      if (type.empty()) continue;
+      if (type.empty()) {
+         continue;
+      }
       mounts.push_back({Unescape(fields[4]), Unescape(type), Unescape(source)});
    }
    return mounts;
@@ -273,18 +345,26 @@ std::vector<Mount> ParseMountinfo(std::string_view text) {
 
 std::optional<CgroupValue> ParseCgroupValue(std::string_view text) {
    text = Trim(text);
-   if (text == "max") return CgroupValue{true, 0};
+   if (text == "max") {
+      return CgroupValue{true, 0};
+   }
    auto v = Decimal<uint64_t>(text);
-   if (!v) return std::nullopt;
+   if (!v) {
+      return std::nullopt;
+   }
    return CgroupValue{false, *v};
 }
 
 int32_t ParseBuildNumber(std::string_view version) {
    version = Trim(version);
-   if (version.empty() || version[0] != '#') return 0;
+   if (version.empty() || version[0] != '#') {
+      return 0;
+   }
    version.remove_prefix(1);
    size_t end = 0;
-   while (end < version.size() && version[end] >= '0' && version[end] <= '9') end++;
+   while (end < version.size() && version[end] >= '0' && version[end] <= '9') {
+      end++;
+   }
    return Decimal<int32_t>(version.substr(0, end)).value_or(0);
 }
 
@@ -296,7 +376,9 @@ std::optional<RtcTime> ParseRtc(std::string_view date, std::string_view time) {
    }
    auto y = Decimal<int>(date.substr(0, 4)), mo = Decimal<int>(date.substr(5, 2)), d = Decimal<int>(date.substr(8, 2));
    auto h = Decimal<int>(time.substr(0, 2)), mi = Decimal<int>(time.substr(3, 2)), s = Decimal<int>(time.substr(6, 2));
-   if (!y || !mo || !d || !h || !mi || !s) return std::nullopt;
+   if (!y || !mo || !d || !h || !mi || !s) {
+      return std::nullopt;
+   }
    return RtcTime{*y, *mo, *d, *h, *mi, *s};
 }
 
@@ -306,10 +388,12 @@ std::optional<uint64_t> ParseNumber(std::string_view text) {
       text.remove_prefix(2);
       uint64_t v = 0;
       auto [p, ec] = std::from_chars(text.data(), text.data() + text.size(), v, 16);
-      if (ec != std::errc() || p != text.data() + text.size()) return std::nullopt;
+      if (ec != std::errc() || p != text.data() + text.size()) {
+         return std::nullopt;
+      }
       return v;
    }
    return Decimal<uint64_t>(text);
 }
 
-} // namespace capture
+}  // namespace capture

@@ -19,15 +19,15 @@ struct TaskStat {
    char state = '?';
    int ppid = 0, pgrp = 0, session = 0;
    uint32_t flags = 0;
-   uint64_t utime = 0, stime = 0; // clock ticks
+   uint64_t utime = 0, stime = 0;  // clock ticks
 };
-inline constexpr uint32_t kLinuxKernelThreadFlag = 0x00200000; // PF_KTHREAD
+inline constexpr uint32_t kLinuxKernelThreadFlag = 0x00200000;  // PF_KTHREAD
 std::optional<TaskStat> ParseStat(std::string_view text);
 
 // /proc/PID/task/TID/status, the fields the capture uses.
 struct TaskStatus {
    int tgid = 0;
-   std::vector<int> nsPids; // outermost namespace first
+   std::vector<int> nsPids;  // outermost namespace first
    std::string cpusAllowedList;
 };
 TaskStatus ParseStatus(std::string_view text);
@@ -36,14 +36,14 @@ TaskStatus ParseStatus(std::string_view text);
 struct Mapping {
    uint64_t start = 0, end = 0;
    bool readable = false, writable = false, executable = false;
-   std::string path; // empty for anonymous mappings
+   std::string path;  // empty for anonymous mappings
 };
 std::vector<Mapping> ParseMaps(std::string_view text);
 
 // /proc/interrupts: the numbered lines only.
 struct InterruptLine {
    uint32_t irq = 0;
-   std::vector<uint64_t> counts; // one per CPU column
+   std::vector<uint64_t> counts;  // one per CPU column
    std::vector<std::string> devices;
 };
 struct Interrupts {
@@ -89,4 +89,4 @@ std::optional<RtcTime> ParseRtc(std::string_view date, std::string_view time);
 // /sys/bus/pci/devices/*/vendor.
 std::optional<uint64_t> ParseNumber(std::string_view text);
 
-} // namespace capture
+}  // namespace capture

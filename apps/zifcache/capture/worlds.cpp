@@ -6,16 +6,24 @@
 #include "parts.h"
 #include "processes.h"
 
-#include <map>
 #include <unistd.h>
+#include <map>
 
 namespace capture {
 namespace {
 
 // World type bits and indexes into the library's run and wait state tables.
 constexpr uint32_t kTypeSystem = 1, kTypeUser = 4, kTypeClone = 32;
-enum RunState : uint32_t { kRunNew = 0, kRunZombie = 1, kRunReady = 2, kRunRun = 3, kRunWait = 4, kRunWaitBlocked = 5,
-                           kRunSuspended = 6, kRunIdle = 10 };
+enum RunState : uint32_t {
+   kRunNew = 0,
+   kRunZombie = 1,
+   kRunReady = 2,
+   kRunRun = 3,
+   kRunWait = 4,
+   kRunWaitBlocked = 5,
+   kRunSuspended = 6,
+   kRunIdle = 10
+};
 enum WaitState : uint32_t { kWaitNone = 0, kWaitIdle = 2, kWaitSleep = 7, kWaitIo = 9 };
 constexpr uint32_t kChildAlive = 0, kChildZombie = 1;
 
@@ -25,18 +33,27 @@ struct States {
 
 States StatesOf(char letter) {
    switch (letter) {
-   case 'R': return {kRunRun, kWaitNone};
-   case 'S': return {kRunWait, kWaitSleep};
-   case 'D': return {kRunWaitBlocked, kWaitIo};
-   case 'K': return {kRunWaitBlocked, kWaitNone};
-   case 'T':
-   case 't':
-   case 'P': return {kRunSuspended, kWaitNone};
-   case 'Z':
-   case 'X': return {kRunZombie, kWaitNone};
-   case 'I': return {kRunIdle, kWaitIdle};
-   case 'W': return {kRunReady, kWaitNone};
-   default: return {kRunNew, kWaitNone};
+      case 'R':
+         return {kRunRun, kWaitNone};
+      case 'S':
+         return {kRunWait, kWaitSleep};
+      case 'D':
+         return {kRunWaitBlocked, kWaitIo};
+      case 'K':
+         return {kRunWaitBlocked, kWaitNone};
+      case 'T':
+      case 't':
+      case 'P':
+         return {kRunSuspended, kWaitNone};
+      case 'Z':
+      case 'X':
+         return {kRunZombie, kWaitNone};
+      case 'I':
+         return {kRunIdle, kWaitIdle};
+      case 'W':
+         return {kRunReady, kWaitNone};
+      default:
+         return {kRunNew, kWaitNone};
    }
 }
 
@@ -45,20 +62,20 @@ void PutWorld(Capture &c, const ProcessInfo &p, const ThreadInfo &t, uint64_t ti
    uint32_t type = p.kernel ? kTypeSystem : main ? kTypeUser : kTypeUser | kTypeClone;
    // The init process of a PID namespace is the root of its userspace.
    bool namespaceInit = !p.kernel && main && p.status.nsPids.size() > 1 && p.status.nsPids.back() == 1;
-   uint32_t parent = p.kernel ? static_cast<uint32_t>(t.stat.ppid)
-                     : !main  ? static_cast<uint32_t>(p.pid)
+   uint32_t parent = p.kernel        ? static_cast<uint32_t>(t.stat.ppid)
+                     : !main         ? static_cast<uint32_t>(p.pid)
                      : namespaceInit ? 0
                                      : static_cast<uint32_t>(p.stat.ppid);
    zif::Keys key{IntKey(t.tid)};
 
    Record info("world_info");
    info.Set("worldId", static_cast<uint32_t>(t.tid))
-      .Set("userspaceId", p.userspace)
-      .Set("cartelId", p.kernel ? 0u : static_cast<uint32_t>(p.pid))
-      .Set("parentId", parent)
-      .Set("processGroupId", static_cast<uint32_t>(t.stat.pgrp))
-      .Set("sessionId", static_cast<uint32_t>(t.stat.session))
-      .Set("typeFlags", type);
+         .Set("userspaceId", p.userspace)
+         .Set("cartelId", p.kernel ? 0u : static_cast<uint32_t>(p.pid))
+         .Set("parentId", parent)
+         .Set("processGroupId", static_cast<uint32_t>(t.stat.pgrp))
+         .Set("sessionId", static_cast<uint32_t>(t.stat.session))
+         .Set("typeFlags", type);
    c.Put(info, key);
    c.PutText("world_name", key, t.stat.comm, 128);
 
@@ -72,7 +89,7 @@ void PutWorld(Capture &c, const ProcessInfo &p, const ThreadInfo &t, uint64_t ti
    c.Put(times, key);
 }
 
-} // namespace
+}  // namespace
 
 void CaptureWorlds(Capture &c) {
    const auto &processes = Processes(c);
@@ -80,17 +97,21 @@ void CaptureWorlds(Capture &c) {
    uint64_t ticksPerSecond = tick > 0 ? static_cast<uint64_t>(tick) : 100;
 
    zif::Keys worlds, cartels;
-   std::map<int, std::vector<std::pair<int, uint32_t>>> children; // parent pid -> (child pid, state)
+   std::map<int, std::vector<std::pair<int, uint32_t>>> children;  // parent pid -> (child pid, state)
    for (const ProcessInfo &p : processes) {
       if (p.zombie) {
-         if (!p.kernel) children[p.stat.ppid].emplace_back(p.pid, kChildZombie);
+         if (!p.kernel) {
+            children[p.stat.ppid].emplace_back(p.pid, kChildZombie);
+         }
          continue;
       }
       for (const ThreadInfo &t : p.threads) {
          PutWorld(c, p, t, ticksPerSecond);
          worlds.push_back(IntKey(t.tid));
       }
-      if (p.kernel) continue;
+      if (p.kernel) {
+         continue;
+      }
       cartels.push_back(IntKey(p.pid));
       children[p.stat.ppid].emplace_back(p.pid, kChildAlive);
       if (p.cmdline) {
@@ -121,4 +142,4 @@ void CaptureWorlds(Capture &c) {
    c.List("userworld_cartel", {}, std::move(cartels));
 }
 
-} // namespace capture
+}  // namespace capture

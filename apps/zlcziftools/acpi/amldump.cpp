@@ -48,7 +48,7 @@ struct FileDescriptor {
 };
 
 class TableDumper {
- public:
+public:
    explicit TableDumper(ZIF_ParamList *params) : params_(params) {}
 
    // Writes the table whose key the parameter list holds last, from its
@@ -69,8 +69,7 @@ class TableDumper {
          }
          const std::uint32_t length = gBuffer.length();
          if (length > BufferRecord::kSize - kDataOffset) {
-            std::fprintf(stderr, "amldump: table %s buffer %d claims %u bytes\n", signature.c_str(), index,
-                         length);
+            std::fprintf(stderr, "amldump: table %s buffer %d claims %u bytes\n", signature.c_str(), index, length);
             return false;
          }
          if (index == 0 && !Create(signature, file)) {
@@ -85,7 +84,7 @@ class TableDumper {
       return true;
    }
 
- private:
+private:
    static constexpr std::size_t kDataOffset = 9;
 
    bool Create(const std::string &signature, FileDescriptor &file) {

@@ -14,12 +14,12 @@ std::string SafeSignature(std::span<const unsigned char, 4> signature);
 
 // Counts the tables met per signature.
 class SignatureCounter {
- public:
+public:
    // How many tables of this signature were met before, counting this one in;
    // -1 (with errno ENOMEM) when memory runs out.
    int NextSignatureIndex(std::string_view signature);
 
- private:
+private:
    struct Occurrence {
       std::string signature;
       std::uint32_t count;

@@ -7,7 +7,9 @@
 
 namespace {
 
-bool IsDigit(char c) { return c >= '0' && c <= '9'; }
+bool IsDigit(char c) {
+   return c >= '0' && c <= '9';
+}
 
 // The destination for a code letter, or null for any other byte.
 IdField *FieldFor(char code, IdFields &fields) {

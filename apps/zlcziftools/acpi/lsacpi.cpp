@@ -33,8 +33,8 @@ namespace {
 constexpr char kUsage[] = "lsacpi   -h --help      Print this help message\n";
 constexpr char kShortOptions[] = "h";
 constexpr option kLongOptions[] = {
-   {"help", no_argument, nullptr, 'h'},
-   {nullptr, 0, nullptr, 0},
+      {"help", no_argument, nullptr, 'h'},
+      {nullptr, 0, nullptr, 0},
 };
 
 constexpr char kHidFile[] = "acpiHIDs.ids";
@@ -86,7 +86,9 @@ struct Listing {
    std::exit(1);
 }
 
-const char *StatusText(ZLC_ReturnStatus status) { return ZLC_ReturnStatusToString(status); }
+const char *StatusText(ZLC_ReturnStatus status) {
+   return ZLC_ReturnStatusToString(status);
+}
 
 std::string HwdataPath(const char *file) {
    const char *dir = std::getenv("ZLC_HWDATA_DIR");
@@ -128,18 +130,17 @@ ZLC_ReturnStatus ReadModuleList(std::vector<ModuleInfo> &modules) {
    }
 
    rec::system_modules_general general;
-   sysinfo::WalkResult walk =
-      sysinfo::ForEachInstance(instances, query.get(), [&](ZIF_Param *, int) {
-         status = sysinfo::GetRecord(general, query.get());
-         if (status != 0) {
-            std::fprintf(stderr, "lsacpi: error fetching module info: %s\n", StatusText(status));
-            return sysinfo::Visit::Stop;
-         }
-         ModuleInfo &module = loading.emplace_back();
-         module.id = static_cast<std::uint16_t>(general.moduleId() & 0xFFFF);
-         StoreText(module.name, general.name());
-         return sysinfo::Visit::Next;
-      });
+   sysinfo::WalkResult walk = sysinfo::ForEachInstance(instances, query.get(), [&](ZIF_Param *, int) {
+      status = sysinfo::GetRecord(general, query.get());
+      if (status != 0) {
+         std::fprintf(stderr, "lsacpi: error fetching module info: %s\n", StatusText(status));
+         return sysinfo::Visit::Stop;
+      }
+      ModuleInfo &module = loading.emplace_back();
+      module.id = static_cast<std::uint16_t>(general.moduleId() & 0xFFFF);
+      StoreText(module.name, general.name());
+      return sysinfo::Visit::Next;
+   });
    if (walk.KeyCopyFailed()) {
       std::fputs("lsacpi: unable to make param list\n", stderr);
       return ZLC_FAILURE;
@@ -249,20 +250,20 @@ void CollectFromBuses(Listing &listing) {
    bool rootFound = false;
    rec::system_devicetree_devices_info bus;
    sysinfo::WalkResult walk = sysinfo::WalkInstances(
-      sysinfo::Node(ZIF_NODE_system_devicetree_devices), nullptr, query.get(), [&](ZIF_Param *, int) {
-         ZLC_ReturnStatus status = sysinfo::GetRecord(bus, query.get());
-         if (status != 0) {
-            Panic("lsacpi: error fetching bus info: %s\n", StatusText(status));
-         }
-         if (bus.busId() == kAcpiRootBusId) {
-            if (rootFound) {
-               Panic("lsacpi: more than one ACPI root device found!\n");
+         sysinfo::Node(ZIF_NODE_system_devicetree_devices), nullptr, query.get(), [&](ZIF_Param *, int) {
+            ZLC_ReturnStatus status = sysinfo::GetRecord(bus, query.get());
+            if (status != 0) {
+               Panic("lsacpi: error fetching bus info: %s\n", StatusText(status));
             }
-            rootFound = true;
-            CollectAcpiDevices(query.get(), listing);
-         }
-         return sysinfo::Visit::Next;
-      });
+            if (bus.busId() == kAcpiRootBusId) {
+               if (rootFound) {
+                  Panic("lsacpi: more than one ACPI root device found!\n");
+               }
+               rootFound = true;
+               CollectAcpiDevices(query.get(), listing);
+            }
+            return sysinfo::Visit::Next;
+         });
    if (walk.ListFailed()) {
       Panic("lsacpi: error fetching bus list: %s\n", StatusText(walk.status));
    }
@@ -271,7 +272,9 @@ void CollectFromBuses(Listing &listing) {
    }
 }
 
-int Width(std::uint32_t width) { return static_cast<int>(width); }
+int Width(std::uint32_t width) {
+   return static_cast<int>(width);
+}
 
 void PrintTable(const Listing &listing) {
    const std::uint32_t depth = listing.maxDepth;
@@ -282,8 +285,8 @@ void PrintTable(const Listing &listing) {
    const int w5 = Width(std::max<std::uint32_t>(listing.widths.deviceClass, 12));
    constexpr char kLine[] = "%-*.*s %-*.*s %-*.*s %-*.*s %-*.*s\n";
 
-   std::printf(kLine, w1, w1, "Bus address", w2, w2, "Bus ID", w3, w3, "Driver's module", w4, w4,
-               "Device description", w5, w5, "Device class");
+   std::printf(kLine, w1, w1, "Bus address", w2, w2, "Bus ID", w3, w3, "Driver's module", w4, w4, "Device description",
+               w5, w5, "Device class");
    const std::string separator(kSeparatorLength, '-');
    const char *dashes = separator.c_str();
    std::printf(kLine, w1, w1, dashes, w2, w2, dashes, w3, w3, dashes, w4, w4, dashes, w5, w5, dashes);

@@ -13,9 +13,9 @@
 
 #include <algorithm>
 #include <cstdint>
-#include <functional>
 #include <cstdio>
 #include <cstdlib>
+#include <functional>
 #include <memory>
 #include <optional>
 #include <span>
@@ -29,37 +29,37 @@
 namespace {
 
 constexpr char kUsage[] =
-   "bootOption\n"
-   "  -r --raw                      Print w/o annotation\n"
-   "  -a --all                      Print f,i,u,w,R boot options\n"
-   "  -f --fsck                     FS Check Mode\n"
-   "  -i --audit                    Audit Mode\n"
-   "  -R --rollback                 Booted after a rollback\n"
-   "  -p --pxeboot                  Booted via (g)PXE\n"
-   "  -k --kernel                   Kernel used to boot\n"
-   "  -m --modules                  List of modules used to boot\n"
-   "  -o --options                  List of boot options used to boot\n"
-   "  -b --bootOptionFiles          List of boot option files to boot\n"
-   "  -c --bootOptionFileContent    Content of a boot option file used to boot\n"
-   "  -C --bootOptionFilesContent   Content of all boot option files used to boot\n";
+      "bootOption\n"
+      "  -r --raw                      Print w/o annotation\n"
+      "  -a --all                      Print f,i,u,w,R boot options\n"
+      "  -f --fsck                     FS Check Mode\n"
+      "  -i --audit                    Audit Mode\n"
+      "  -R --rollback                 Booted after a rollback\n"
+      "  -p --pxeboot                  Booted via (g)PXE\n"
+      "  -k --kernel                   Kernel used to boot\n"
+      "  -m --modules                  List of modules used to boot\n"
+      "  -o --options                  List of boot options used to boot\n"
+      "  -b --bootOptionFiles          List of boot option files to boot\n"
+      "  -c --bootOptionFileContent    Content of a boot option file used to boot\n"
+      "  -C --bootOptionFilesContent   Content of all boot option files used to boot\n";
 
 constexpr char kShortOptions[] = "afhiruwRpkmobc:C";
 
 constexpr option kLongOptions[] = {
-   {"raw", no_argument, nullptr, 'r'},
-   {"all", no_argument, nullptr, 'a'},
-   {"fsck", no_argument, nullptr, 'f'},
-   {"audit", no_argument, nullptr, 'i'},
-   {"rollback", no_argument, nullptr, 'R'},
-   {"pxeboot", no_argument, nullptr, 'p'},
-   {"kernel", no_argument, nullptr, 'k'},
-   {"modules", no_argument, nullptr, 'm'},
-   {"options", no_argument, nullptr, 'o'},
-   {"bootOptionFiles", no_argument, nullptr, 'b'},
-   {"bootOptionContent", required_argument, nullptr, 'c'},
-   {"bootOptionFilesContent", no_argument, nullptr, 'C'},
-   {"help", no_argument, nullptr, 'h'},
-   {nullptr, 0, nullptr, 0},
+      {"raw", no_argument, nullptr, 'r'},
+      {"all", no_argument, nullptr, 'a'},
+      {"fsck", no_argument, nullptr, 'f'},
+      {"audit", no_argument, nullptr, 'i'},
+      {"rollback", no_argument, nullptr, 'R'},
+      {"pxeboot", no_argument, nullptr, 'p'},
+      {"kernel", no_argument, nullptr, 'k'},
+      {"modules", no_argument, nullptr, 'm'},
+      {"options", no_argument, nullptr, 'o'},
+      {"bootOptionFiles", no_argument, nullptr, 'b'},
+      {"bootOptionContent", required_argument, nullptr, 'c'},
+      {"bootOptionFilesContent", no_argument, nullptr, 'C'},
+      {"help", no_argument, nullptr, 'h'},
+      {nullptr, 0, nullptr, 0},
 };
 
 struct Selection {
@@ -86,19 +86,44 @@ Selection ParseOptions(int argc, char **argv) {
    int option;
    while ((option = getopt_long(argc, argv, kShortOptions, kLongOptions, nullptr)) != -1) {
       switch (option) {
-         case 'r': s.raw = true; break;
-         case 'a': s.fsck = s.audit = s.rollback = true; break;
-         case 'f': s.fsck = true; break;
-         case 'i': s.audit = true; break;
-         case 'R': s.rollback = true; break;
-         case 'p': s.pxeBoot = true; break;
-         case 'k': s.kernel = true; break;
-         case 'm': s.modules = true; break;
-         case 'o': s.options = true; break;
-         case 'b': s.fileNames = true; break;
-         case 'c': s.contentFile = optarg; break;
-         case 'C': s.allContents = true; break;
-         default: Usage();  // -h, -u, -w, --help, unknown options, -c without its file
+         case 'r':
+            s.raw = true;
+            break;
+         case 'a':
+            s.fsck = s.audit = s.rollback = true;
+            break;
+         case 'f':
+            s.fsck = true;
+            break;
+         case 'i':
+            s.audit = true;
+            break;
+         case 'R':
+            s.rollback = true;
+            break;
+         case 'p':
+            s.pxeBoot = true;
+            break;
+         case 'k':
+            s.kernel = true;
+            break;
+         case 'm':
+            s.modules = true;
+            break;
+         case 'o':
+            s.options = true;
+            break;
+         case 'b':
+            s.fileNames = true;
+            break;
+         case 'c':
+            s.contentFile = optarg;
+            break;
+         case 'C':
+            s.allContents = true;
+            break;
+         default:
+            Usage();  // -h, -u, -w, --help, unknown options, -c without its file
       }
    }
    return s;
@@ -118,7 +143,7 @@ using DataPtr = std::unique_ptr<ZIFData, DataDeleter>;
 // Reads pieces of one file's content with read requests {offset, count}. The
 // piece it hands out lives in its output object until the next read.
 class ContentPieceReader {
- public:
+public:
    explicit ContentPieceReader(ZIF_ParamList *query) : query_(query) {}
 
    std::optional<std::span<char>> operator()(std::uint32_t offset, std::uint32_t count) {
@@ -137,8 +162,8 @@ class ContentPieceReader {
       if (!output_) {
          return std::nullopt;
       }
-      if (ZIF_SetData(sysinfo::Node(ZIF_NODE_system_bootOptionFiles_content), query_, input.get(),
-                      output_.get()) != 0) {
+      if (ZIF_SetData(sysinfo::Node(ZIF_NODE_system_bootOptionFiles_content), query_, input.get(), output_.get()) !=
+          0) {
          return std::nullopt;
       }
       char *bytes = static_cast<char *>(ZIFData_GetData(output_.get()));
@@ -147,7 +172,7 @@ class ContentPieceReader {
       return std::span<char>(bytes, delivered);
    }
 
- private:
+private:
    ZIF_ParamList *query_;
    DataPtr output_;
 };
@@ -173,11 +198,12 @@ int PrintFileContent(const char *name, const Selection &s) {
    }
    ContentPieceReader reader(query.get());
    const bootoption::StreamOutcome outcome = bootoption::StreamContent(
-      total, std::ref(reader),
-      [](std::string_view text) { std::fwrite(text.data(), 1, text.size(), stdout); });
+         total, std::ref(reader), [](std::string_view text) { std::fwrite(text.data(), 1, text.size(), stdout); });
    switch (outcome.kind) {
-      case bootoption::StreamOutcome::Kind::Done: return 0;
-      case bootoption::StreamOutcome::Kind::ReadFailed: return 1;
+      case bootoption::StreamOutcome::Kind::Done:
+         return 0;
+      case bootoption::StreamOutcome::Kind::ReadFailed:
+         return 1;
       case bootoption::StreamOutcome::Kind::ShortRead:
          std::fprintf(stderr, "Boot option file %s: short read at offset %u\n", name,
                       static_cast<unsigned>(outcome.offset));

@@ -19,17 +19,17 @@
 namespace {
 
 constexpr char kUsage[] =
-   "hwclock     -d --date <date>         Set date\n"
-   "            -t --time <time>         Set time\n"
-   "\n"
-   "Valid date format: MM/DD/YYYY\n"
-   "Valid time format: HH:MM:SS\n";
+      "hwclock     -d --date <date>         Set date\n"
+      "            -t --time <time>         Set time\n"
+      "\n"
+      "Valid date format: MM/DD/YYYY\n"
+      "Valid time format: HH:MM:SS\n";
 constexpr char kShortOptions[] = "t:d:";
 constexpr option kLongOptions[] = {
-   {"time", required_argument, nullptr, 't'},
-   {"date", required_argument, nullptr, 'd'},
-   {"help", no_argument, nullptr, 'h'},
-   {nullptr, 0, nullptr, 0},
+      {"time", required_argument, nullptr, 't'},
+      {"date", required_argument, nullptr, 'd'},
+      {"help", no_argument, nullptr, 'h'},
+      {nullptr, 0, nullptr, 0},
 };
 
 constexpr std::int32_t kNotGiven = -1;
@@ -79,7 +79,7 @@ ZLC_ReturnStatus WriteClock(const ClockSetting &setting) {
                                                setting.hour,  setting.minute, setting.second};
    for (std::int32_t field : fields) {
       ZLC_ReturnStatus status =
-         ZIF_ParamListAddInt(input.get(), static_cast<std::int64_t>(static_cast<std::uint32_t>(field)));
+            ZIF_ParamListAddInt(input.get(), static_cast<std::int64_t>(static_cast<std::uint32_t>(field)));
       if (status != 0) {
          return status;
       }
@@ -108,13 +108,11 @@ int HwclockMain(int argc, char **argv) {
    }
 
    ClockSetting setting;
-   if (timeText != nullptr &&
-       std::sscanf(timeText, "%d:%d:%d", &setting.hour, &setting.minute, &setting.second) != 3) {
+   if (timeText != nullptr && std::sscanf(timeText, "%d:%d:%d", &setting.hour, &setting.minute, &setting.second) != 3) {
       std::printf("Invalid time format: %s\n", timeText);
       return 1;
    }
-   if (dateText != nullptr &&
-       std::sscanf(dateText, "%d/%d/%d", &setting.month, &setting.day, &setting.year) != 3) {
+   if (dateText != nullptr && std::sscanf(dateText, "%d/%d/%d", &setting.month, &setting.day, &setting.year) != 3) {
       std::printf("Invalid date format: %s\n", dateText);
       return 1;
    }

@@ -22,8 +22,7 @@ constexpr char kUsage[] = "irqinfo:      List interrupt information\n";
 // device text. False (after the message) when the list cannot be fetched.
 bool DeviceTextOfCookie(ZIF_ParamList *query, bool namedDevices, std::string &text) {
    sysinfo::InstanceList devices;
-   ZLC_ReturnStatus status =
-      devices.Fetch(sysinfo::Node(ZIF_NODE_hardware_interrupts_cookieList_ZLCDevices), query);
+   ZLC_ReturnStatus status = devices.Fetch(sysinfo::Node(ZIF_NODE_hardware_interrupts_cookieList_ZLCDevices), query);
    if (status != 0) {
       std::fprintf(stderr, "InterruptInfo: error fetching interrupt device list - 0x%x\n", status);
       return false;

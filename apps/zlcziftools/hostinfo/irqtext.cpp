@@ -10,7 +10,7 @@ namespace {
 // A bounded append that, like snprintf, counts what it would have written:
 // once that count has passed the room, nothing more is appended.
 class BoundedText {
- public:
+public:
    bool Full() const { return length_ >= kDeviceTextSize; }
 
    void Append(const char *text) {
@@ -23,7 +23,7 @@ class BoundedText {
 
    std::string Text() const { return std::string(buffer_.data()); }
 
- private:
+private:
    std::array<char, kDeviceTextSize> buffer_{};
    std::size_t length_ = 0;
 };

@@ -81,11 +81,11 @@ ZLC_ReturnStatus PrintLoadAverage() {
    std::uint32_t load15 = 0;
    using namespace rec;
    if ((status = ReadLoad<sched_groups_stats_cpuStatsDir_cpuLoadHistory_cpuLoadHistory1MinInPct>(
-           group.get(), "Failed to get 1 minute cpu load history.\n", load1)) != 0 ||
+              group.get(), "Failed to get 1 minute cpu load history.\n", load1)) != 0 ||
        (status = ReadLoad<sched_groups_stats_cpuStatsDir_cpuLoadHistory_cpuLoadHistory5MinInPct>(
-           group.get(), "Failed to get 5 minute cpu load history.\n", load5)) != 0 ||
+              group.get(), "Failed to get 5 minute cpu load history.\n", load5)) != 0 ||
        (status = ReadLoad<sched_groups_stats_cpuStatsDir_cpuLoadHistory_cpuLoadHistory15MinInPct>(
-           group.get(), "Failed to get 15 minute cpu load history.\n", load15)) != 0) {
+              group.get(), "Failed to get 15 minute cpu load history.\n", load15)) != 0) {
       return status;
    }
 

@@ -19,15 +19,15 @@
 namespace {
 
 constexpr char kUsage[] =
-   "zelnor      -v, --version         Get version information for zelcore\n"
-   "            -l, --level           Get release level information\n"
-   "            -h, --help            Print this menu\n";
+      "zelnor      -v, --version         Get version information for zelcore\n"
+      "            -l, --level           Get release level information\n"
+      "            -h, --help            Print this menu\n";
 constexpr char kShortOptions[] = "vhl";
 constexpr option kLongOptions[] = {
-   {"version", no_argument, nullptr, 'v'},
-   {"level", no_argument, nullptr, 'l'},
-   {"help", no_argument, nullptr, 'h'},
-   {nullptr, 0, nullptr, 0},
+      {"version", no_argument, nullptr, 'v'},
+      {"level", no_argument, nullptr, 'l'},
+      {"help", no_argument, nullptr, 'h'},
+      {nullptr, 0, nullptr, 0},
 };
 
 [[noreturn]] void Usage() {
@@ -42,11 +42,12 @@ std::string ShortVersion(std::string_view version) {
    return std::string(shortVersion.substr(0, std::min<std::size_t>(shortVersion.size(), 31)));
 }
 
-std::string Text(std::string_view field) { return std::string(field); }
+std::string Text(std::string_view field) {
+   return std::string(field);
+}
 
 void PrintVersionLine(const rec::system_version &version) {
-   std::printf("%s %s build-%.5d\n", Text(version.product()).c_str(), Text(version.version()).c_str(),
-               version.build());
+   std::printf("%s %s build-%.5d\n", Text(version.product()).c_str(), Text(version.version()).c_str(), version.build());
 }
 
 void PrintLevelLine(const rec::system_version &version) {

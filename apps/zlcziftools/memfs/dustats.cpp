@@ -6,7 +6,9 @@
 
 namespace memfs {
 
-const char *DiskKindName(std::uint32_t kind) { return kind == kTardiskKind ? "tardisk" : "ramdisk"; }
+const char *DiskKindName(std::uint32_t kind) {
+   return kind == kTardiskKind ? "tardisk" : "ramdisk";
+}
 
 DuStats BucketOfInode(const rec::system_zelorfs_inodes_stats &inode) {
    DuStats bucket{};

@@ -18,21 +18,21 @@
 #include <cstdlib>
 
 #include "groupwait.h"
-#include "rpcfgargs.h"
 #include "records.h"
+#include "rpcfgargs.h"
 #include "sysinfo.h"
 #include "ziftools.h"
 
 namespace {
 
 constexpr char kUsage[] =
-   "Memory resource pool operations\n"
-   "rpcfg <options>\n"
-   "      -e        Check if group is empty\n"
-   "      -g path   Specify group path\n"
-   "      -i        Print group configuration and stats\n"
-   "      -m memMB  Size memory for the group\n"
-   "      -w time   Time in seconds to poll and wait for group to become empty\n";
+      "Memory resource pool operations\n"
+      "rpcfg <options>\n"
+      "      -e        Check if group is empty\n"
+      "      -g path   Specify group path\n"
+      "      -i        Print group configuration and stats\n"
+      "      -m memMB  Size memory for the group\n"
+      "      -w time   Time in seconds to poll and wait for group to become empty\n";
 
 constexpr char kShortOptions[] = "eg:im:w:";
 
@@ -104,7 +104,9 @@ ZLC_ReturnStatus CountChildGroups(std::int64_t groupId, std::uint32_t &count) {
    return 0;
 }
 
-std::uint64_t KBToMBRoundedUp(std::uint64_t kb) { return (kb + 1023) / 1024; }
+std::uint64_t KBToMBRoundedUp(std::uint64_t kb) {
+   return (kb + 1023) / 1024;
+}
 
 ZLC_ReturnStatus PrintGroupStats(std::int64_t groupId) {
    sysinfo::ParamListPtr query;
@@ -241,9 +243,8 @@ int RpcfgMain(int argc, char **argv) {
 
    if (options.wait) {
       const bool empty = memfs::WaitForEmptyGroup(
-         options.waitMicros,
-         [&](std::uint32_t &count) { return CountChildGroups(options.groupId, count); },
-         [](std::int64_t micros) { usleep(static_cast<useconds_t>(micros)); });
+            options.waitMicros, [&](std::uint32_t &count) { return CountChildGroups(options.groupId, count); },
+            [](std::int64_t micros) { usleep(static_cast<useconds_t>(micros)); });
       if (!empty) {
          LogMessage("Timeout waiting for %s to be empty", options.groupName);
          return kTimedOut;

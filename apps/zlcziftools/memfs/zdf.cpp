@@ -22,10 +22,10 @@
 namespace {
 
 constexpr char kUsage[] =
-   "Gather stats about zelorfs\n"
-   "zelorfsdf [filepath]\n"
-   "   -h       multiple instead of blocks\n"
-   "   -p       resource pool view\n";
+      "Gather stats about zelorfs\n"
+      "zelorfsdf [filepath]\n"
+      "   -h       multiple instead of blocks\n"
+      "   -p       resource pool view\n";
 
 constexpr char kShortOptions[] = "hp";
 
@@ -41,7 +41,9 @@ struct SizeText {
    explicit SizeText(std::uint32_t bytes) { memfs::FormatSize(bytes, text, sizeof text); }
 };
 
-int KiB(std::uint32_t bytes) { return static_cast<int>(bytes >> 10); }
+int KiB(std::uint32_t bytes) {
+   return static_cast<int>(bytes >> 10);
+}
 
 void PrintTardiskHeader(const ZdfOptions &options) {
    if (options.pool) {
@@ -58,8 +60,8 @@ void PrintRamdiskHeader(const ZdfOptions &options) {
       std::printf("%-20s%10s%10s%10s%10s%10s%10s\n", "Ramdisk", "Min", "Max", "Used", "Sure avl", "Maybe avl",
                   "Peak used");
    } else {
-      std::printf("%-20s%10s%10s%10s%4s%% %s\n", "Ramdisk", options.human ? "Size" : "1k-blocks", "Used",
-                  "Available", "Use", "Mounted on");
+      std::printf("%-20s%10s%10s%10s%4s%% %s\n", "Ramdisk", options.human ? "Size" : "1k-blocks", "Used", "Available",
+                  "Use", "Mounted on");
    }
 }
 
@@ -87,14 +89,14 @@ void PrintRamdiskRow(const char *name, const rec::system_zelorfs_ramdisks_stats 
    const std::uint32_t maybe = max - used;
    const int usePercent = max == 0 ? 100 : static_cast<int>(std::uint64_t{used} * 100 / max);
    if (options.pool && options.human) {
-      std::printf("%-20s%10s%10s%10s%10s%10s%10s\n", name, SizeText(min).text, SizeText(max).text,
-                  SizeText(used).text, SizeText(sure).text, SizeText(maybe).text, SizeText(peak).text);
+      std::printf("%-20s%10s%10s%10s%10s%10s%10s\n", name, SizeText(min).text, SizeText(max).text, SizeText(used).text,
+                  SizeText(sure).text, SizeText(maybe).text, SizeText(peak).text);
    } else if (options.pool) {
       std::printf("%-20s%10d%10d%10d%10d%10d%10d\n", name, KiB(min), KiB(max), KiB(used), KiB(sure), KiB(maybe),
                   KiB(peak));
    } else if (options.human) {
-      std::printf("%-20s%10s%10s%10s%4d%% %s\n", name, SizeText(max).text, SizeText(used).text,
-                  SizeText(maybe).text, usePercent, "--");
+      std::printf("%-20s%10s%10s%10s%4d%% %s\n", name, SizeText(max).text, SizeText(used).text, SizeText(maybe).text,
+                  usePercent, "--");
    } else {
       std::printf("%-20s%10d%10d%10d%4d%% %s\n", name, KiB(max), KiB(used), KiB(maybe), usePercent, "--");
    }
@@ -125,7 +127,7 @@ bool PrintDiskStats(DiskKind kind, const ZdfOptions &options) {
    const bool tardisks = kind == DiskKind::Tardisk;
    sysinfo::InstanceList disks;
    const ZLC_ReturnStatus status = disks.Fetch(
-      sysinfo::Node(tardisks ? ZIF_NODE_system_zelorfs_tardisks : ZIF_NODE_system_zelorfs_ramdisks), nullptr);
+         sysinfo::Node(tardisks ? ZIF_NODE_system_zelorfs_tardisks : ZIF_NODE_system_zelorfs_ramdisks), nullptr);
    if (status != 0) {
       std::fprintf(stderr, "Error fetching %sdisk list (%s)\n", tardisks ? "tar" : "ram",
                    ZLC_ReturnStatusToString(status));

@@ -34,13 +34,13 @@
 namespace {
 
 constexpr char kUsage[] =
-   "Gather stats about zelorfs\n"
-   "zelorfsdu [filepath]\n"
-   "   -h       multiple instead of bytes\n"
-   "   -d depth reports for each element up to that depth (default 1)\n"
-   "   -a       equivalent to unlimited depth\n"
-   "   -s       equivalent to zero depth\n"
-   "   -u       display stats for unlinked files\n";
+      "Gather stats about zelorfs\n"
+      "zelorfsdu [filepath]\n"
+      "   -h       multiple instead of bytes\n"
+      "   -d depth reports for each element up to that depth (default 1)\n"
+      "   -a       equivalent to unlimited depth\n"
+      "   -s       equivalent to zero depth\n"
+      "   -u       display stats for unlinked files\n";
 
 constexpr char kShortOptions[] = "ad:hsiu";
 
@@ -56,7 +56,7 @@ struct ZduOptions {
 // What every step of one walk shares.
 struct DuWalk {
    ZduOptions options;
-   std::size_t capacity = 0;     // buckets per array: one per disk listed
+   std::size_t capacity = 0;      // buckets per array: one per disk listed
    std::uint64_t rootDevice = 1;  // the device of the in-memory root file system
 };
 

@@ -31,18 +31,21 @@
 namespace {
 
 constexpr char kUsage[] =
-   "lspci   -p --pciinfo   Print detailed info on all PCI devices\n"
-   "        -n --nolookup  Don't look up PCI device names and info\n"
-   "        -d --dump      Print hex dump of the standard config space\n"
-   "        -e --extdump   Print hex dump of the extended config space\n"
-   "        -v --verbose   Verbose information\n"
-   "        -h --help      Print this help message\n";
+      "lspci   -p --pciinfo   Print detailed info on all PCI devices\n"
+      "        -n --nolookup  Don't look up PCI device names and info\n"
+      "        -d --dump      Print hex dump of the standard config space\n"
+      "        -e --extdump   Print hex dump of the extended config space\n"
+      "        -v --verbose   Verbose information\n"
+      "        -h --help      Print this help message\n";
 constexpr char kShortOptions[] = "pndevh";
 constexpr option kLongOptions[] = {
-   {"pciinfo", no_argument, nullptr, 'p'}, {"nolookup", no_argument, nullptr, 'n'},
-   {"dump", no_argument, nullptr, 'd'},    {"extdump", no_argument, nullptr, 'e'},
-   {"verbose", no_argument, nullptr, 'v'}, {"help", no_argument, nullptr, 'h'},
-   {nullptr, 0, nullptr, 0},
+      {"pciinfo", no_argument, nullptr, 'p'},
+      {"nolookup", no_argument, nullptr, 'n'},
+      {"dump", no_argument, nullptr, 'd'},
+      {"extdump", no_argument, nullptr, 'e'},
+      {"verbose", no_argument, nullptr, 'v'},
+      {"help", no_argument, nullptr, 'h'},
+      {nullptr, 0, nullptr, 0},
 };
 
 enum Flags : unsigned {
@@ -86,12 +89,23 @@ unsigned ParseOptions(int argc, char **argv) {
    int option;
    while ((option = getopt_long(argc, argv, kShortOptions, kLongOptions, nullptr)) != -1) {
       switch (option) {
-         case 'n': flags |= kNoLookup; break;
-         case 'v': flags |= kVerbose; break;
-         case 'p': flags |= kPciInfo; break;
-         case 'd': flags |= kDump; break;
-         case 'e': flags |= kExtDump; break;
-         default: Usage();
+         case 'n':
+            flags |= kNoLookup;
+            break;
+         case 'v':
+            flags |= kVerbose;
+            break;
+         case 'p':
+            flags |= kPciInfo;
+            break;
+         case 'd':
+            flags |= kDump;
+            break;
+         case 'e':
+            flags |= kExtDump;
+            break;
+         default:
+            Usage();
       }
    }
    return flags;
@@ -217,7 +231,7 @@ void PrintNameLine(const Function &function, unsigned flags) {
    } else {
       const PCIClassNames classNames = PCIFindClass(header.classCode());
       const PCIDeviceNames names =
-         PCINameDevice(header.vendorId(), header.deviceId(), header.subVendorId(), header.subDeviceId());
+            PCINameDevice(header.vendorId(), header.deviceId(), header.subVendorId(), header.subDeviceId());
       if (flags & kVerbose) {
          std::printf("%s %s: ", classNames.className, classNames.subclassName);
       } else {
@@ -300,7 +314,7 @@ bool PrintDetailLine(const Function &function) {
 
 // The four nested walks. A failure sets the exit status and stops every walk.
 class Listing {
- public:
+public:
    explicit Listing(unsigned flags) : flags_(flags) {}
 
    int Run() {
@@ -318,20 +332,20 @@ class Listing {
       }
       ZlcSyscall_Init(1, 0, 0);
       const sysinfo::WalkResult walk =
-         sysinfo::ForEachInstance(segments, query_, [this](ZIF_Param *, int) { return WalkBuses(); });
+            sysinfo::ForEachInstance(segments, query_, [this](ZIF_Param *, int) { return WalkBuses(); });
       if (walk.KeyCopyFailed()) {
          return 1;
       }
       return exitStatus_;
    }
 
- private:
+private:
    // Walks the children of the instance whose keys the query list holds. A
    // failed list prints its message and ends lspci with listFailedStatus.
    template <typename Visitor>
    sysinfo::Visit Descend(const ZIF_NodeObject &node, const char *what, int listFailedStatus, Visitor &&visit) {
       const sysinfo::WalkResult walk =
-         sysinfo::WalkInstances(sysinfo::Node(node), query_, query_, std::forward<Visitor>(visit));
+            sysinfo::WalkInstances(sysinfo::Node(node), query_, query_, std::forward<Visitor>(visit));
       if (walk.ListFailed()) {
          std::fprintf(stderr, "%s: error fetching PCI %s list 0x%x\n", "lspci", what, walk.status);
          exitStatus_ = listFailedStatus;
@@ -401,8 +415,8 @@ int LspciMain(int argc, char **argv) {
    const unsigned flags = ParseOptions(argc, argv);
    PCIBuildTable();
    if (flags & kPciInfo) {
-      std::printf("%-12s %-6s %-6s %-19s %-14s %-1s %-12s\n", "Segm:Bu:De.F", "SecBus", "SubBus",
-                  "Vend:Dvid Subv:Subd", "ISA/irq/Vect P", "M", "Module");
+      std::printf("%-12s %-6s %-6s %-19s %-14s %-1s %-12s\n", "Segm:Bu:De.F", "SecBus", "SubBus", "Vend:Dvid Subv:Subd",
+                  "ISA/irq/Vect P", "M", "Module");
    }
    const int status = Listing(flags).Run();
    ModNameCache.clear();

@@ -22,16 +22,16 @@
 namespace {
 
 constexpr char kUsage[] =
-   "pci-info\n"
-   "  -n <segment>      device segment (default: 0)\n"
-   "  -b <bus>          device bus\n"
-   "  -s <slot>         device slot\n"
-   "  -f <function>     device function\n"
-   "  -h                help\n"
-   "  -i                print IRQ vector\n"
-   "  -c                print PCI config space\n"
-   "  -e                print PCI extended config space\n"
-   "  -S                print physical slot\n";
+      "pci-info\n"
+      "  -n <segment>      device segment (default: 0)\n"
+      "  -b <bus>          device bus\n"
+      "  -s <slot>         device slot\n"
+      "  -f <function>     device function\n"
+      "  -h                help\n"
+      "  -i                print IRQ vector\n"
+      "  -c                print PCI config space\n"
+      "  -e                print PCI extended config space\n"
+      "  -S                print physical slot\n";
 constexpr char kOptions[] = "n:b:s:f:hiceS";
 
 enum Actions : unsigned {
@@ -53,7 +53,9 @@ struct Request {
    unsigned actions = 0;
 };
 
-void PrintUsage() { std::fputs(kUsage, stderr); }
+void PrintUsage() {
+   std::fputs(kUsage, stderr);
+}
 
 // A whole unsigned number in decimal, 0x hexadecimal or 0 octal, with its top
 // bit cleared; anything else ends the process.
@@ -103,10 +105,10 @@ ZLC_ReturnStatus GetDevice(int segment, int bus, int slot, int function, sysinfo
       return ZLC_LIMIT_EXCEEDED;
    }
    const Level levels[] = {
-      {ZIF_NODE_hardware_pci_seg, segment, "%s: invalid seg %d\n"},
-      {ZIF_NODE_hardware_pci_seg_bus, bus, "%s: invalid bus %d\n"},
-      {ZIF_NODE_hardware_pci_seg_bus_slot, slot, "%s: invalid slot %d\n"},
-      {ZIF_NODE_hardware_pci_seg_bus_slot_func, function, "%s: invalid func %d\n"},
+         {ZIF_NODE_hardware_pci_seg, segment, "%s: invalid seg %d\n"},
+         {ZIF_NODE_hardware_pci_seg_bus, bus, "%s: invalid bus %d\n"},
+         {ZIF_NODE_hardware_pci_seg_bus_slot, slot, "%s: invalid slot %d\n"},
+         {ZIF_NODE_hardware_pci_seg_bus_slot_func, function, "%s: invalid func %d\n"},
    };
    bool topLevel = true;
    for (const Level &level : levels) {
@@ -164,16 +166,36 @@ int ParseOptions(int argc, char **argv, Request &request) {
    int option;
    while ((option = getopt(argc, argv, kOptions)) != -1) {
       switch (option) {
-         case 'n': request.segment = ValidateInput(optarg, "segment"); break;
-         case 'b': request.bus = ValidateInput(optarg, "bus"); break;
-         case 's': request.slot = ValidateInput(optarg, "slot"); break;
-         case 'f': request.function = ValidateInput(optarg, "function"); break;
-         case 'i': request.actions |= kPrintIrq; break;
-         case 'c': request.actions |= kPrintConfig; break;
-         case 'e': request.actions |= kPrintExtConfig; break;
-         case 'S': request.actions |= kPrintSlot; break;
-         case 'h': PrintUsage(); return 0;
-         default: PrintUsage(); return 1;
+         case 'n':
+            request.segment = ValidateInput(optarg, "segment");
+            break;
+         case 'b':
+            request.bus = ValidateInput(optarg, "bus");
+            break;
+         case 's':
+            request.slot = ValidateInput(optarg, "slot");
+            break;
+         case 'f':
+            request.function = ValidateInput(optarg, "function");
+            break;
+         case 'i':
+            request.actions |= kPrintIrq;
+            break;
+         case 'c':
+            request.actions |= kPrintConfig;
+            break;
+         case 'e':
+            request.actions |= kPrintExtConfig;
+            break;
+         case 'S':
+            request.actions |= kPrintSlot;
+            break;
+         case 'h':
+            PrintUsage();
+            return 0;
+         default:
+            PrintUsage();
+            return 1;
       }
    }
    return -1;

@@ -34,8 +34,8 @@ int lastDropInEntry = -1;
 namespace {
 
 constexpr char kDefaultHwdataDir[] = "/usr/share/hwdata";
-constexpr const char *kDropInDirectories[] = {"oem.pciids.d", "ihv.pciids.d", "default.pciids.d",
-                                              "driver.pciids.d", "fallback.pciids.d"};
+constexpr const char *kDropInDirectories[] = {"oem.pciids.d", "ihv.pciids.d", "default.pciids.d", "driver.pciids.d",
+                                              "fallback.pciids.d"};
 constexpr char kMainFile[] = "pci.ids";
 constexpr std::size_t kMaxPath = 256;
 constexpr std::size_t kMaxJoinedPath = 4096;
@@ -83,8 +83,12 @@ bool IsHexDigit(char c) {
 }
 
 int HexValue(char c) {
-   if (c >= '0' && c <= '9') return c - '0';
-   if (c >= 'a' && c <= 'f') return c - 'a' + 10;
+   if (c >= '0' && c <= '9') {
+      return c - '0';
+   }
+   if (c >= 'a' && c <= 'f') {
+      return c - 'a' + 10;
+   }
    return c - 'A' + 10;
 }
 
@@ -102,7 +106,9 @@ unsigned long ConvertHex(const char *digits) {
    return value;
 }
 
-bool IsBlank(char c) { return c == ' ' || c == '\t'; }
+bool IsBlank(char c) {
+   return c == ' ' || c == '\t';
+}
 
 // ParseIdAndName with the name left where it stands: on success with a name
 // wanted, *name points at the name's first character in text and the name
@@ -232,7 +238,9 @@ char *StoreLine(char *buffer, const char *bytes, std::size_t n) {
    return buffer;
 }
 
-bool IsIgnoredLine(const char *line) { return line[0] == ' ' || line[0] == '#' || line[0] == '\n'; }
+bool IsIgnoredLine(const char *line) {
+   return line[0] == ' ' || line[0] == '#' || line[0] == '\n';
+}
 
 // The first four characters are ffff; a NUL among them ends the comparison.
 bool IsEndOfVendors(const char *line) {
@@ -242,21 +250,39 @@ bool IsEndOfVendors(const char *line) {
 enum class DeviceLine { Ignored, EndOfVendors, Vendor, Device, Subsystem, ThreeTabs };
 
 DeviceLine ClassifyDeviceLine(const char *line) {
-   if (IsIgnoredLine(line)) return DeviceLine::Ignored;
-   if (IsEndOfVendors(line)) return DeviceLine::EndOfVendors;
-   if (line[0] != '\t') return DeviceLine::Vendor;
-   if (line[1] != '\t') return DeviceLine::Device;
-   if (line[2] != '\t') return DeviceLine::Subsystem;
+   if (IsIgnoredLine(line)) {
+      return DeviceLine::Ignored;
+   }
+   if (IsEndOfVendors(line)) {
+      return DeviceLine::EndOfVendors;
+   }
+   if (line[0] != '\t') {
+      return DeviceLine::Vendor;
+   }
+   if (line[1] != '\t') {
+      return DeviceLine::Device;
+   }
+   if (line[2] != '\t') {
+      return DeviceLine::Subsystem;
+   }
    return DeviceLine::ThreeTabs;
 }
 
 enum class ClassLine { Ignored, Class, Subclass, ProgIf, Other };
 
 ClassLine ClassifyClassLine(const char *line) {
-   if (IsIgnoredLine(line)) return ClassLine::Ignored;
-   if (line[0] == 'C') return ClassLine::Class;
-   if (line[0] != '\t') return ClassLine::Other;
-   if (line[1] != '\t') return ClassLine::Subclass;
+   if (IsIgnoredLine(line)) {
+      return ClassLine::Ignored;
+   }
+   if (line[0] == 'C') {
+      return ClassLine::Class;
+   }
+   if (line[0] != '\t') {
+      return ClassLine::Other;
+   }
+   if (line[1] != '\t') {
+      return ClassLine::Subclass;
+   }
    return ClassLine::ProgIf;
 }
 
@@ -293,8 +319,8 @@ PCIDevEntry ExpandEntry(const DevRecord &record) {
 
 // Where a name parsed out of the line buffer stands in the file the line came from.
 struct Line {
-   char *text;         // the line buffer
-   const char *source; // the line in its file
+   char *text;          // the line buffer
+   const char *source;  // the line in its file
    NameRef NameAt(const char *name, std::size_t capacity) const {
       return {source + (name - text), static_cast<std::uint16_t>(strnlen(name, capacity - 1))};
    }
@@ -302,7 +328,7 @@ struct Line {
 
 // The three passes over the stream of ID lines.
 class TableBuilder {
- public:
+public:
    explicit TableBuilder(const std::string &hwdataDir) : list_(InitList()), mainFile_(hwdataDir + "/" + kMainFile) {
       for (const char *dropIn : kDropInDirectories) {
          AddDirectoryToList(list_, (hwdataDir + "/" + dropIn).c_str());
@@ -329,7 +355,7 @@ class TableBuilder {
       }
    }
 
- private:
+private:
    bool NextLine(Line &line) {
       const std::string_view bytes = ListNextLine(list_);
       if (bytes.empty()) {
@@ -358,8 +384,8 @@ class TableBuilder {
          if (kind == DeviceLine::EndOfVendors) {
             break;
          }
-         if ((kind == DeviceLine::Vendor && list_.InMainFile() && IsHexDigit(line[0])) ||
-             kind == DeviceLine::Device || kind == DeviceLine::Subsystem) {
+         if ((kind == DeviceLine::Vendor && list_.InMainFile() && IsHexDigit(line[0])) || kind == DeviceLine::Device ||
+             kind == DeviceLine::Subsystem) {
             nDevID++;
          }
       }
@@ -418,8 +444,13 @@ class TableBuilder {
 
    void MakeDeviceEntry(std::uint16_t subvendor, std::uint16_t subdevice, NameRef name, bool madeUp) {
       if (DevRecord *entry = NewDeviceEntry()) {
-         *entry = {static_cast<std::uint16_t>(vendorId_), static_cast<std::uint16_t>(deviceId_), subvendor, subdevice,
-                   madeUp, vendorName_, name};
+         *entry = {static_cast<std::uint16_t>(vendorId_),
+                   static_cast<std::uint16_t>(deviceId_),
+                   subvendor,
+                   subdevice,
+                   madeUp,
+                   vendorName_,
+                   name};
       }
    }
 
@@ -434,8 +465,13 @@ class TableBuilder {
       vendorName_ = line.NameAt(name, sizeof PCIDevEntry::vendorName);
       if (list_.InMainFile()) {
          if (DevRecord *entry = NewDeviceEntry()) {
-            *entry = {static_cast<std::uint16_t>(vendorId_), kAnyDevicePart, kAnyDevicePart, kAnyDevicePart, false,
-                      vendorName_, {}};
+            *entry = {static_cast<std::uint16_t>(vendorId_),
+                      kAnyDevicePart,
+                      kAnyDevicePart,
+                      kAnyDevicePart,
+                      false,
+                      vendorName_,
+                      {}};
          }
       }
       return true;
@@ -470,8 +506,8 @@ class TableBuilder {
       const auto sv = static_cast<std::uint16_t>(subvendor);
       const auto sd = static_cast<std::uint16_t>(subdevice);
       if (vendorName_.length == 0) {
-         std::fprintf(stderr, "%s: no vendor information for subvendor 0%04x: subsystem 0%04x", "PCIBuildTable",
-                      sv, sd);
+         std::fprintf(stderr, "%s: no vendor information for subvendor 0%04x: subsystem 0%04x", "PCIBuildTable", sv,
+                      sd);
          return false;
       }
       MakeDeviceEntry(sv, sd, line.NameAt(name, sizeof PCIDevEntry::deviceName), false);
@@ -484,11 +520,20 @@ class TableBuilder {
          bool more = true;
          switch (ClassifyDeviceLine(line.text)) {
             case DeviceLine::Ignored:
-            case DeviceLine::ThreeTabs: break;
-            case DeviceLine::EndOfVendors: more = false; break;
-            case DeviceLine::Vendor: more = VendorLine(line); break;
-            case DeviceLine::Device: more = DeviceLineEntry(line); break;
-            case DeviceLine::Subsystem: more = SubsystemLine(line); break;
+            case DeviceLine::ThreeTabs:
+               break;
+            case DeviceLine::EndOfVendors:
+               more = false;
+               break;
+            case DeviceLine::Vendor:
+               more = VendorLine(line);
+               break;
+            case DeviceLine::Device:
+               more = DeviceLineEntry(line);
+               break;
+            case DeviceLine::Subsystem:
+               more = SubsystemLine(line);
+               break;
          }
          if (!more) {
             break;
@@ -536,7 +581,8 @@ class TableBuilder {
          }
          char *line = next.text;
          switch (ClassifyClassLine(line)) {
-            case ClassLine::Ignored: break;
+            case ClassLine::Ignored:
+               break;
             case ClassLine::Class:
                CloseOpenItems(open);
                open = Open::Nothing;
@@ -572,7 +618,9 @@ class TableBuilder {
                   ended = true;
                }
                break;
-            case ClassLine::Other: LineMessage("%s: %s: line %d improperly formatted(8)\n"); break;
+            case ClassLine::Other:
+               LineMessage("%s: %s: line %d improperly formatted(8)\n");
+               break;
          }
       }
       if (classesMade_ != nClass) {
@@ -617,7 +665,7 @@ void BuildDeviceIndex() {
 // The lookup's precedence over the entries of one vendor and device, given in
 // table order.
 class DeviceMatcher {
- public:
+public:
    DeviceMatcher(std::uint16_t subvendor, std::uint16_t subdevice) : subvendor_(subvendor), subdevice_(subdevice) {}
 
    // Considers one entry; true when the lookup is decided.
@@ -646,7 +694,7 @@ class DeviceMatcher {
 
    int Result() const { return bestIndex_; }
 
- private:
+private:
    std::uint16_t subvendor_;
    std::uint16_t subdevice_;
    const DevRecord *best_ = nullptr;
@@ -782,7 +830,9 @@ std::string PciHwdataDir() {
    return dir != nullptr && *dir != '\0' ? dir : kDefaultHwdataDir;
 }
 
-void PCIBuildTable() { PCIBuildTableFrom(PciHwdataDir()); }
+void PCIBuildTable() {
+   PCIBuildTableFrom(PciHwdataDir());
+}
 
 void PCIBuildTableFrom(const std::string &hwdataDir) {
    PCIFreeTables();
@@ -803,7 +853,9 @@ void PCIFreeTables() {
    gDeviceIndex.shrink_to_fit();
 }
 
-PCIDevEntry PCIDevTableEntry(int index) { return ExpandEntry(gDevTable[index]); }
+PCIDevEntry PCIDevTableEntry(int index) {
+   return ExpandEntry(gDevTable[index]);
+}
 
 int PCIFindDeviceIndex(std::uint16_t vendor, std::uint16_t device, std::uint16_t subvendor, std::uint16_t subdevice) {
    if (nDevID == 0) {

@@ -62,10 +62,10 @@ struct FileList {
       std::string_view bytes() const { return {data.get(), size}; }
    };
    std::vector<File> files;
-   int current = 0;        // index of the file being read
-   int line = 0;           // last line read from the current file, 1-based
-   bool open = false;      // the current file is being read
-   std::size_t offset = 0; // reading position in the current file
+   int current = 0;         // index of the file being read
+   int line = 0;            // last line read from the current file, 1-based
+   bool open = false;       // the current file is being read
+   std::size_t offset = 0;  // reading position in the current file
 
    int count() const { return static_cast<int>(files.size()); }
    bool InMainFile() const { return current + 1 == count(); }

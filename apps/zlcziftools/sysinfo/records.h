@@ -35,29 +35,55 @@ std::string_view LoadText(const std::array<unsigned char, N> &bytes, std::size_t
    return std::string_view(begin, strnlen(begin, width));
 }
 
-#define ZIF_ACCESSOR_U8(name, offset, width) std::uint8_t name() const { return LoadLE<std::uint8_t>(bytes, offset); }
-#define ZIF_ACCESSOR_U16(name, offset, width) std::uint16_t name() const { return LoadLE<std::uint16_t>(bytes, offset); }
-#define ZIF_ACCESSOR_U32(name, offset, width) std::uint32_t name() const { return LoadLE<std::uint32_t>(bytes, offset); }
-#define ZIF_ACCESSOR_U64(name, offset, width) std::uint64_t name() const { return LoadLE<std::uint64_t>(bytes, offset); }
-#define ZIF_ACCESSOR_S8(name, offset, width) std::int8_t name() const { return LoadLE<std::int8_t>(bytes, offset); }
-#define ZIF_ACCESSOR_S16(name, offset, width) std::int16_t name() const { return LoadLE<std::int16_t>(bytes, offset); }
-#define ZIF_ACCESSOR_S32(name, offset, width) std::int32_t name() const { return LoadLE<std::int32_t>(bytes, offset); }
-#define ZIF_ACCESSOR_S64(name, offset, width) std::int64_t name() const { return LoadLE<std::int64_t>(bytes, offset); }
+#define ZIF_ACCESSOR_U8(name, offset, width)      \
+   std::uint8_t name() const {                    \
+      return LoadLE<std::uint8_t>(bytes, offset); \
+   }
+#define ZIF_ACCESSOR_U16(name, offset, width)      \
+   std::uint16_t name() const {                    \
+      return LoadLE<std::uint16_t>(bytes, offset); \
+   }
+#define ZIF_ACCESSOR_U32(name, offset, width)      \
+   std::uint32_t name() const {                    \
+      return LoadLE<std::uint32_t>(bytes, offset); \
+   }
+#define ZIF_ACCESSOR_U64(name, offset, width)      \
+   std::uint64_t name() const {                    \
+      return LoadLE<std::uint64_t>(bytes, offset); \
+   }
+#define ZIF_ACCESSOR_S8(name, offset, width)     \
+   std::int8_t name() const {                    \
+      return LoadLE<std::int8_t>(bytes, offset); \
+   }
+#define ZIF_ACCESSOR_S16(name, offset, width)     \
+   std::int16_t name() const {                    \
+      return LoadLE<std::int16_t>(bytes, offset); \
+   }
+#define ZIF_ACCESSOR_S32(name, offset, width)     \
+   std::int32_t name() const {                    \
+      return LoadLE<std::int32_t>(bytes, offset); \
+   }
+#define ZIF_ACCESSOR_S64(name, offset, width)     \
+   std::int64_t name() const {                    \
+      return LoadLE<std::int64_t>(bytes, offset); \
+   }
 #define ZIF_ACCESSOR_TEXT(name, offset, width) \
-   std::string_view name() const { return LoadText(bytes, offset, width); }
-#define ZIF_ACCESSOR_BYTES(name, offset, width) \
-   std::span<const unsigned char, width> name() const { \
+   std::string_view name() const {             \
+      return LoadText(bytes, offset, width);   \
+   }
+#define ZIF_ACCESSOR_BYTES(name, offset, width)                                     \
+   std::span<const unsigned char, width> name() const {                             \
       return std::span<const unsigned char, width>(bytes.data() + (offset), width); \
    }
 
-#define ZIF_RECORD(node, length) \
-   struct node { \
-      static constexpr std::size_t kSize = length; \
+#define ZIF_RECORD(node, length)                                      \
+   struct node {                                                      \
+      static constexpr std::size_t kSize = length;                    \
       static ZIF_NodeNumber Node() { return ZIF_NODE_##node.number; } \
       std::array<unsigned char, length> bytes{};
 #define ZIF_FIELD(node, name, offset, kind, width) ZIF_ACCESSOR_##kind(name, offset, width)
 #define ZIF_END(node) \
-   } \
+   }                  \
    ;
 
 #include "zellibs_layouts.def"

@@ -18,10 +18,14 @@ using ParamListPtr = std::unique_ptr<ZIF_ParamList, ParamListDeleter>;
 inline ParamListPtr MakeParamList(int kind, int capacity) {
    return ParamListPtr(ZIF_ParamListCreate(kind, capacity));
 }
-inline ParamListPtr MakeQueryList(int capacity = 1) { return MakeParamList(1, capacity); }
+inline ParamListPtr MakeQueryList(int capacity = 1) {
+   return MakeParamList(1, capacity);
+}
 
 // The node number a node object stands for.
-inline ZIF_NodeNumber Node(const ZIF_NodeObject &object) { return object.number; }
+inline ZIF_NodeNumber Node(const ZIF_NodeObject &object) {
+   return object.number;
+}
 
 // The instance-list call: the instances of node under the parent keys (null
 // at the top level).
@@ -48,7 +52,7 @@ struct WalkResult {
 
 // An instance list fetched and owned.
 class InstanceList {
- public:
+public:
    // Fetches the instances of node under parent (null at the top level).
    ZLC_ReturnStatus Fetch(ZIF_NodeNumber node, ZIF_ParamList *parent) {
       ZIF_ParamList *raw = nullptr;
@@ -60,7 +64,7 @@ class InstanceList {
    ZIF_Param *At(int index) const { return ZIF_ParamListGetParam(list_.get(), index); }
    ZIF_ParamList *Get() const { return list_.get(); }
 
- private:
+private:
    ParamListPtr list_;
 };
 
@@ -88,8 +92,7 @@ WalkResult ForEachInstance(const InstanceList &instances, ZIF_ParamList *query, 
 // parent (null at the top level, else the query list holding the parent's
 // keys) and visits each instance as ForEachInstance does.
 template <typename Visitor>
-WalkResult WalkInstances(ZIF_NodeNumber node, ZIF_ParamList *parent, ZIF_ParamList *query,
-                         Visitor &&visit) {
+WalkResult WalkInstances(ZIF_NodeNumber node, ZIF_ParamList *parent, ZIF_ParamList *query, Visitor &&visit) {
    InstanceList instances;
    ZLC_ReturnStatus status = instances.Fetch(node, parent);
    if (status != 0) {

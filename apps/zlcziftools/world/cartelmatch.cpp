@@ -10,7 +10,9 @@ namespace {
 constexpr std::array<std::string_view, 3> kShells = {"/bin/sh", "/bin/ash", "/bin/bash"};
 
 // The text up to its first blank, or all of it.
-std::string_view FirstWord(std::string_view text) { return text.substr(0, text.find(' ')); }
+std::string_view FirstWord(std::string_view text) {
+   return text.substr(0, text.find(' '));
+}
 
 }  // namespace
 

@@ -6,7 +6,9 @@
 
 namespace world {
 
-bool IsSkipStatus(ZLC_ReturnStatus status) { return status == 0xbad0062 || status == 0xbad0094; }
+bool IsSkipStatus(ZLC_ReturnStatus status) {
+   return status == 0xbad0062 || status == 0xbad0094;
+}
 
 ZLC_ReturnStatus ReadCartelText(ZIF_ParamList *query, bool commandLine, std::string &text) {
    ZLC_ReturnStatus status;

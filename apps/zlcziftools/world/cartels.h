@@ -20,7 +20,7 @@ ZLC_ReturnStatus ReadCartelText(ZIF_ParamList *query, bool commandLine, std::str
 
 // An extended regular expression without sub-match reporting.
 class Pattern {
- public:
+public:
    Pattern() = default;
    Pattern(const Pattern &) = delete;
    Pattern &operator=(const Pattern &) = delete;
@@ -31,7 +31,7 @@ class Pattern {
    // True when the pattern matches anywhere in text.
    bool Matches(const std::string &text) const;
 
- private:
+private:
    regex_t regex_{};
    bool compiled_ = false;
 };

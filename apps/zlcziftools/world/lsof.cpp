@@ -20,9 +20,9 @@
 namespace {
 
 constexpr char kUsage[] =
-   "Usage:\n"
-   "\t --help print this message\n"
-   "\t --file=name <name of file to filter for>\n";
+      "Usage:\n"
+      "\t --help print this message\n"
+      "\t --file=name <name of file to filter for>\n";
 
 constexpr char kLineFormat[] = "%-10d  %-20s  %-20s   %6d   %s\n";
 constexpr char kMappingFormat[] = "%-10d  %-20s  %-20s   %6d   %s (prot:%s%s/len:%u)\n";
@@ -80,8 +80,7 @@ struct Lister {
             std::puts("failed to add mmap to ZIF parameter list");
             return status;
          }
-         if (sysinfo::GetRecord(record, query) == 0 && record.kind() == kListedMappingKind &&
-             Passes(record.name())) {
+         if (sysinfo::GetRecord(record, query) == 0 && record.kind() == kListedMappingKind && Passes(record.name())) {
             const std::uint32_t prot = record.prot();
             std::printf(kMappingFormat, cartelId, worldName.c_str(), "MMAP", record.fd(),
                         std::string(record.name()).c_str(), (prot & 1) != 0 ? "R" : "-", (prot & 2) != 0 ? "W" : "-",

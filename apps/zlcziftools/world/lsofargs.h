@@ -7,7 +7,7 @@
 namespace world {
 
 struct LsofArgument {
-   bool usage = false;                     // the argument asks for the usage text
+   bool usage = false;                      // the argument asks for the usage text
    std::optional<std::string_view> filter;  // the text lines must contain
 };
 

@@ -89,9 +89,15 @@ int PgrepMain(int argc, char **argv) {
    int option;
    while ((option = getopt(argc, argv, kShortOptions)) != -1) {
       switch (option) {
-         case 'f': options.commandLine = true; break;
-         case 'l': options.showName = true; break;
-         case 'v': options.invert = true; break;
+         case 'f':
+            options.commandLine = true;
+            break;
+         case 'l':
+            options.showName = true;
+            break;
+         case 'v':
+            options.invert = true;
+            break;
          case 'h':
             std::fputs(kUsageLine, stdout);
             return 0;

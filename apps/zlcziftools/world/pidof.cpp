@@ -22,11 +22,11 @@
 namespace {
 
 constexpr char kUsage[] =
-   "find the process ID of running programs\n"
-   "pidof program program ...\n"
-   "      -s   Single shot, only return one pid\n"
-   "      -x   Scripts too, would also return ids of shells\n"
-   "      -o   Pid to omit\n";
+      "find the process ID of running programs\n"
+      "pidof program program ...\n"
+      "      -s   Single shot, only return one pid\n"
+      "      -x   Scripts too, would also return ids of shells\n"
+      "      -o   Pid to omit\n";
 
 constexpr char kShortOptions[] = "sxo:";
 constexpr std::size_t kMaxOmits = 256;
@@ -110,7 +110,9 @@ int FindProgram(std::string_view program, const PidofOptions &options) {
    return walk.KeyCopyFailed() ? 0 : matches;
 }
 
-bool IsRelativePath(const char *name) { return std::strchr(name, '/') != nullptr && name[0] != '/'; }
+bool IsRelativePath(const char *name) {
+   return std::strchr(name, '/') != nullptr && name[0] != '/';
+}
 
 }  // namespace
 

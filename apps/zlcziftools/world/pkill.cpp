@@ -8,8 +8,8 @@
 // and -SIGKILL are options (and rejected), as is -0.
 #include <unistd.h>
 
-#include <cerrno>
 #include <signal.h>
+#include <cerrno>
 #include <cstdint>
 #include <cstdio>
 #include <cstring>

@@ -15,31 +15,31 @@
 namespace {
 
 constexpr char kUsage[] =
-   "ps\n"
-   "    -C           Display only cartels\n"
-   "    -P           Display PCID\n"
-   "    -T           Display used time\n"
-   "    -c           Display verbose command line\n"
-   "    -g           Display session ID and process group\n"
-   "    -i           Display summary information\n"
-   "    -j           Display GID\n"
-   "    -n           Display nChildren (only with --tree)\n"
-   "    -N           Display nThreads  (only with --tree)\n"
-   "    -s           Display state\n"
-   "    -t           Display type\n"
-   "    -u           Display only userworlds\n"
-   "    -U [N]       Display [only] userspace ID\n"
-   "    -v           Display non truncated values\n"
-   "    -Z           Display the security domain\n"
-   "    -z           Display zombie cartels\n"
-   "    -J or --tree Display userworlds in a tree layout\n";
+      "ps\n"
+      "    -C           Display only cartels\n"
+      "    -P           Display PCID\n"
+      "    -T           Display used time\n"
+      "    -c           Display verbose command line\n"
+      "    -g           Display session ID and process group\n"
+      "    -i           Display summary information\n"
+      "    -j           Display GID\n"
+      "    -n           Display nChildren (only with --tree)\n"
+      "    -N           Display nThreads  (only with --tree)\n"
+      "    -s           Display state\n"
+      "    -t           Display type\n"
+      "    -u           Display only userworlds\n"
+      "    -U [N]       Display [only] userspace ID\n"
+      "    -v           Display non truncated values\n"
+      "    -Z           Display the security domain\n"
+      "    -z           Display zombie cartels\n"
+      "    -J or --tree Display userworlds in a tree layout\n";
 
 constexpr char kShortOptions[] = "CNPTcghijJnstuU::vZz";
 
 constexpr struct option kLongOptions[] = {
-   {"help", no_argument, nullptr, 'h'},
-   {"tree", no_argument, nullptr, 'J'},
-   {nullptr, 0, nullptr, 0},
+      {"help", no_argument, nullptr, 'h'},
+      {"tree", no_argument, nullptr, 'J'},
+      {nullptr, 0, nullptr, 0},
 };
 
 }  // namespace
@@ -50,22 +50,54 @@ int PsMain(int argc, char **argv) {
    int option;
    while ((option = getopt_long(argc, argv, kShortOptions, kLongOptions, nullptr)) != -1) {
       switch (option) {
-         case 'C': state.flags |= kOnlyCartels; break;
-         case 'n': state.flags |= kShowNChildren; break;
-         case 'N': state.flags |= kShowNThreads; break;
-         case 'P': state.flags |= kShowPcid; break;
-         case 'T': state.flags |= kShowTime; break;
-         case 'c': state.flags |= kShowCommand; break;
-         case 'g': state.flags |= kShowGroups; break;
-         case 'i': state.flags |= kSummary; break;
-         case 'j': state.flags |= kShowGid; break;
-         case 'J': state.flags |= kTree | kOnlyUserworlds | kZombies; break;
-         case 's': state.flags |= kShowState; break;
-         case 't': state.flags |= kShowType; break;
-         case 'u': state.flags |= kOnlyUserworlds; break;
-         case 'v': state.flags |= kVerbose; break;
-         case 'Z': state.flags |= kShowSecurityDomain; break;
-         case 'z': state.flags |= kZombies; break;
+         case 'C':
+            state.flags |= kOnlyCartels;
+            break;
+         case 'n':
+            state.flags |= kShowNChildren;
+            break;
+         case 'N':
+            state.flags |= kShowNThreads;
+            break;
+         case 'P':
+            state.flags |= kShowPcid;
+            break;
+         case 'T':
+            state.flags |= kShowTime;
+            break;
+         case 'c':
+            state.flags |= kShowCommand;
+            break;
+         case 'g':
+            state.flags |= kShowGroups;
+            break;
+         case 'i':
+            state.flags |= kSummary;
+            break;
+         case 'j':
+            state.flags |= kShowGid;
+            break;
+         case 'J':
+            state.flags |= kTree | kOnlyUserworlds | kZombies;
+            break;
+         case 's':
+            state.flags |= kShowState;
+            break;
+         case 't':
+            state.flags |= kShowType;
+            break;
+         case 'u':
+            state.flags |= kOnlyUserworlds;
+            break;
+         case 'v':
+            state.flags |= kVerbose;
+            break;
+         case 'Z':
+            state.flags |= kShowSecurityDomain;
+            break;
+         case 'z':
+            state.flags |= kZombies;
+            break;
          case 'U':
             state.flags |= kShowUserspace;
             if (optarg != nullptr) {

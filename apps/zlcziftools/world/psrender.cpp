@@ -26,8 +26,8 @@ struct TypeName {
 };
 
 constexpr TypeName kTypeNames[] = {
-   {1, 'S', "System"}, {2, 'I', "Idle"},  {4, 'U', "User"},  {8, 'V', "VMM"},
-   {16, 'H', "Helper"}, {32, 'X', "Clone"}, {64, 'T', "Test"}, {256, 'A', "Assistant"},
+      {1, 'S', "System"},  {2, 'I', "Idle"},   {4, 'U', "User"},  {8, 'V', "VMM"},
+      {16, 'H', "Helper"}, {32, 'X', "Clone"}, {64, 'T', "Test"}, {256, 'A', "Assistant"},
 };
 
 const TypeName *FindTypeName(std::uint32_t bit) {

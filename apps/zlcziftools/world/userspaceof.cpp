@@ -13,8 +13,8 @@
 namespace {
 
 constexpr char kUsage[] =
-   "find the userspace ID of running programs\n"
-   "userspaceof WID\n";
+      "find the userspace ID of running programs\n"
+      "userspaceof WID\n";
 
 }  // namespace
 

@@ -363,7 +363,7 @@ bool ListWorlds(PsState &state) {
 // Union-find over entries: which tree an entry belongs to, so that a link
 // closing a cycle can be seen before it is made.
 class Forest {
- public:
+public:
    explicit Forest(std::size_t size) : up_(size), size_(size, 1) {
       for (std::size_t i = 0; i < size; ++i) {
          up_[i] = i;
@@ -396,7 +396,7 @@ class Forest {
       return true;
    }
 
- private:
+private:
    std::vector<std::size_t> up_;
    std::vector<std::size_t> size_;
 };

@@ -41,12 +41,12 @@ constexpr Row kRows[] = {
 #undef ZIF_RECORD
 #undef ZIF_FIELD
 #undef ZIF_END
-   {RowType::Sentinel, {}, {}, 0, FieldKind::BYTES, 0},
+      {RowType::Sentinel, {}, {}, 0, FieldKind::BYTES, 0},
 };
 
 constexpr NodeInfo kNodes[] = {
 #define ZIF_NODE_ROW(n) {0, #n},
-   ZIF_NODE_LIST(ZIF_NODE_ROW)
+      ZIF_NODE_LIST(ZIF_NODE_ROW)
 #undef ZIF_NODE_ROW
 };
 
@@ -64,7 +64,7 @@ const Tables &tables() {
          t.nodes.push_back({static_cast<uint16_t>(i + 1), kNodes[i].name});
       }
       t.fields.reserve(std::size(kRows));
-      std::vector<std::pair<size_t, size_t>> spans; // first field, count
+      std::vector<std::pair<size_t, size_t>> spans;  // first field, count
       for (const Row &row : kRows) {
          if (row.type == RowType::Record) {
             t.records.push_back({row.node, row.width, {}});
@@ -95,9 +95,11 @@ const Tables &tables() {
    return built;
 }
 
-} // namespace
+}  // namespace
 
-std::span<const NodeInfo> allNodes() { return tables().nodes; }
+std::span<const NodeInfo> allNodes() {
+   return tables().nodes;
+}
 
 std::optional<std::string_view> nodeName(uint16_t number) {
    const auto &nodes = tables().nodes;
@@ -112,7 +114,9 @@ bool isKnownNode(std::string_view name) {
    return std::any_of(nodes.begin(), nodes.end(), [&](const NodeInfo &n) { return n.name == name; });
 }
 
-std::span<const RecordLayout> allLayouts() { return tables().records; }
+std::span<const RecordLayout> allLayouts() {
+   return tables().records;
+}
 
 const RecordLayout *findLayout(std::string_view node) {
    for (const RecordLayout &r : tables().records) {
@@ -134,16 +138,26 @@ const FieldLayout *findField(const RecordLayout &layout, std::string_view name) 
 
 std::string_view kindName(FieldKind kind) {
    switch (kind) {
-   case FieldKind::U8: return "U8";
-   case FieldKind::U16: return "U16";
-   case FieldKind::U32: return "U32";
-   case FieldKind::U64: return "U64";
-   case FieldKind::S8: return "S8";
-   case FieldKind::S16: return "S16";
-   case FieldKind::S32: return "S32";
-   case FieldKind::S64: return "S64";
-   case FieldKind::TEXT: return "TEXT";
-   case FieldKind::BYTES: return "BYTES";
+      case FieldKind::U8:
+         return "U8";
+      case FieldKind::U16:
+         return "U16";
+      case FieldKind::U32:
+         return "U32";
+      case FieldKind::U64:
+         return "U64";
+      case FieldKind::S8:
+         return "S8";
+      case FieldKind::S16:
+         return "S16";
+      case FieldKind::S32:
+         return "S32";
+      case FieldKind::S64:
+         return "S64";
+      case FieldKind::TEXT:
+         return "TEXT";
+      case FieldKind::BYTES:
+         return "BYTES";
    }
    return "?";
 }
@@ -152,13 +166,19 @@ bool isSigned(FieldKind kind) {
    return kind == FieldKind::S8 || kind == FieldKind::S16 || kind == FieldKind::S32 || kind == FieldKind::S64;
 }
 
-bool isInteger(FieldKind kind) { return kind != FieldKind::TEXT && kind != FieldKind::BYTES; }
+bool isInteger(FieldKind kind) {
+   return kind != FieldKind::TEXT && kind != FieldKind::BYTES;
+}
 
-uint64_t librarySignatureDigest() { return tables().digest; }
+uint64_t librarySignatureDigest() {
+   return tables().digest;
+}
 
-const char *libraryBuildDate() { return "2026-11-23 12:00:00"; }
+const char *libraryBuildDate() {
+   return "2026-11-23 12:00:00";
+}
 
-} // namespace zif
+}  // namespace zif
 
 // The exported node objects: numbers follow the order of ZIF_NODE_LIST.
 namespace {
@@ -168,7 +188,7 @@ enum NodeNumber : uint16_t {
    ZIF_NODE_LIST(ZIF_NODE_ENUM)
 #undef ZIF_NODE_ENUM
 };
-} // namespace
+}  // namespace
 
 extern "C" {
 #define ZIF_DEFINE_NODE_OBJECT(n) const ZIF_NodeObject ZIF_NODE_##n = {kNode_##n, 0, 0, #n};

@@ -13,12 +13,18 @@
 
 namespace zif {
 
-MappedFile::~MappedFile() { close(); }
+MappedFile::~MappedFile() {
+   close();
+}
 
 void MappedFile::close() {
-   for (const Mapping &m : mappings_) munmap(m.base, m.length);
+   for (const Mapping &m : mappings_) {
+      munmap(m.base, m.length);
+   }
    mappings_.clear();
-   if (fd_ >= 0) ::close(fd_);
+   if (fd_ >= 0) {
+      ::close(fd_);
+   }
    fd_ = -1;
    size_ = 0;
 }
@@ -27,19 +33,25 @@ ZLC_ReturnStatus MappedFile::open(const std::string &path, std::string *error) {
    close();
    int fd = ::open(path.c_str(), O_RDONLY | O_CLOEXEC);
    if (fd < 0) {
-      if (error) *error = std::strerror(errno);
+      if (error) {
+         *error = std::strerror(errno);
+      }
       return ZLC_SNAP_CANNOT_OPEN;
    }
    struct stat st;
    if (fstat(fd, &st) != 0 || !S_ISREG(st.st_mode)) {
-      if (error) *error = S_ISDIR(st.st_mode) ? "is a directory" : "not a regular file";
+      if (error) {
+         *error = S_ISDIR(st.st_mode) ? "is a directory" : "not a regular file";
+      }
       ::close(fd);
       return ZLC_SNAP_CANNOT_OPEN;
    }
    fd_ = fd;
    size_ = static_cast<uint64_t>(st.st_size);
    if (size_ > 0 && size_ <= kWholeLimit && !mapRange(0, size_)) {
-      if (error) *error = std::strerror(errno);
+      if (error) {
+         *error = std::strerror(errno);
+      }
       close();
       return ZLC_SNAP_CANNOT_OPEN;
    }
@@ -48,21 +60,29 @@ ZLC_ReturnStatus MappedFile::open(const std::string &path, std::string *error) {
 
 std::optional<std::span<const uint8_t>> MappedFile::mapRange(uint64_t offset, uint64_t length) {
    void *p = mmap(nullptr, length, PROT_READ, MAP_PRIVATE, fd_, static_cast<off_t>(offset));
-   if (p == MAP_FAILED) return std::nullopt;
+   if (p == MAP_FAILED) {
+      return std::nullopt;
+   }
    mappings_.push_back({offset, length, p});
    return std::span<const uint8_t>(static_cast<const uint8_t *>(p), length);
 }
 
 std::optional<std::span<const uint8_t>> MappedFile::view(uint64_t offset, uint64_t length) {
-   if (offset > size_ || length > size_ - offset) return std::nullopt;
-   if (length == 0) return std::span<const uint8_t>();
+   if (offset > size_ || length > size_ - offset) {
+      return std::nullopt;
+   }
+   if (length == 0) {
+      return std::span<const uint8_t>();
+   }
    auto inside = [offset, length](const Mapping &m) {
       return offset >= m.offset && offset + length <= m.offset + m.length;
    };
    auto viewOf = [offset, length](const Mapping &m) {
       return std::span<const uint8_t>(static_cast<const uint8_t *>(m.base) + (offset - m.offset), length);
    };
-   if (lastHit_ < mappings_.size() && inside(mappings_[lastHit_])) return viewOf(mappings_[lastHit_]);
+   if (lastHit_ < mappings_.size() && inside(mappings_[lastHit_])) {
+      return viewOf(mappings_[lastHit_]);
+   }
    // Newest first: once the small mappings run out, the wide windows that
    // serve most reads are the last ones made.
    for (size_t i = mappings_.size(); i-- > 0;) {
@@ -82,7 +102,9 @@ std::optional<std::span<const uint8_t>> MappedFile::view(uint64_t offset, uint64
    }
    end = std::min(end, size_);
    auto window = mapRange(start, end - start);
-   if (!window) return std::nullopt;
+   if (!window) {
+      return std::nullopt;
+   }
    return window->subspan(offset - start, length);
 }
 
@@ -112,7 +134,9 @@ private:
       while (!bytes.empty()) {
          ssize_t n = ::write(fd_, bytes.data(), bytes.size());
          if (n < 0) {
-            if (errno == EINTR) continue;
+            if (errno == EINTR) {
+               continue;
+            }
             throw std::system_error(errno, std::generic_category(), "write");
          }
          bytes = bytes.subspan(static_cast<size_t>(n));
@@ -122,7 +146,7 @@ private:
    std::vector<uint8_t> buffer_;
 };
 
-} // namespace
+}  // namespace
 
 void writeFileAtomic(const std::string &path, const std::function<void(Sink &)> &produce) {
    std::string dir = ".";
@@ -156,7 +180,9 @@ void writeFileAtomic(const std::string &path, const std::function<void(Sink &)> 
          throw std::system_error(errno, std::generic_category(), "rename to " + path);
       }
    } catch (...) {
-      if (fd >= 0) ::close(fd);
+      if (fd >= 0) {
+         ::close(fd);
+      }
       unlink(name.data());
       throw;
    }
@@ -167,4 +193,4 @@ void writeFileAtomic(const std::string &path, const std::function<void(Sink &)> 
    }
 }
 
-} // namespace zif
+}  // namespace zif

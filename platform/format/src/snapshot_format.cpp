@@ -43,14 +43,18 @@ void putU64At(uint8_t *p, uint64_t v) {
 uint32_t getU32(const uint8_t *p) {
    uint32_t v;
    std::memcpy(&v, p, sizeof v);
-   if constexpr (std::endian::native == std::endian::big) v = __builtin_bswap32(v);
+   if constexpr (std::endian::native == std::endian::big) {
+      v = __builtin_bswap32(v);
+   }
    return v;
 }
 
 uint64_t getU64(const uint8_t *p) {
    uint64_t v;
    std::memcpy(&v, p, sizeof v);
-   if constexpr (std::endian::native == std::endian::big) v = __builtin_bswap64(v);
+   if constexpr (std::endian::native == std::endian::big) {
+      v = __builtin_bswap64(v);
+   }
    return v;
 }
 
@@ -87,27 +91,35 @@ std::string_view asText(std::span<const uint8_t> b) {
    return {reinterpret_cast<const char *>(b.data()), b.size()};
 }
 
-uint64_t hashOf(std::span<const uint8_t> b) { return XXH3_64bits(b.data(), b.size()); }
+uint64_t hashOf(std::span<const uint8_t> b) {
+   return XXH3_64bits(b.data(), b.size());
+}
 
 // A cursor over a byte span that never reads past its end.
 class Cursor {
 public:
    explicit Cursor(std::span<const uint8_t> b) : bytes_(b) {}
    bool u32(uint32_t &v) {
-      if (left() < 4) return false;
+      if (left() < 4) {
+         return false;
+      }
       v = getU32(bytes_.data() + pos_);
       pos_ += 4;
       return true;
    }
    bool u64(uint64_t &v) {
-      if (left() < 8) return false;
+      if (left() < 8) {
+         return false;
+      }
       v = getU64(bytes_.data() + pos_);
       pos_ += 8;
       return true;
    }
    bool text(std::string_view &s) {
       uint32_t n = 0;
-      if (!u32(n) || left() < n) return false;
+      if (!u32(n) || left() < n) {
+         return false;
+      }
       s = asText(bytes_.subspan(pos_, n));
       pos_ += n;
       return true;
@@ -124,33 +136,48 @@ private:
 int compareKeyBytes(std::span<const uint8_t> a, std::string_view b) {
    size_t n = std::min(a.size(), b.size());
    int c = n ? std::memcmp(a.data(), b.data(), n) : 0;
-   if (c != 0) return c;
+   if (c != 0) {
+      return c;
+   }
    return a.size() < b.size() ? -1 : (a.size() > b.size() ? 1 : 0);
 }
 
 std::string_view kindLabel(EntryKind k) {
    switch (k) {
-   case EntryKind::List: return "list";
-   case EntryKind::Record: return "record";
-   case EntryKind::Data: return "data";
-   case EntryKind::DevInfo: return "devinfo";
-   case EntryKind::Set: return "set";
-   case EntryKind::SetAny: return "set (any input)";
+      case EntryKind::List:
+         return "list";
+      case EntryKind::Record:
+         return "record";
+      case EntryKind::Data:
+         return "data";
+      case EntryKind::DevInfo:
+         return "devinfo";
+      case EntryKind::Set:
+         return "set";
+      case EntryKind::SetAny:
+         return "set (any input)";
    }
    return "entry";
 }
 
-bool validKind(uint8_t k) { return k >= 1 && k <= 6; }
+bool validKind(uint8_t k) {
+   return k >= 1 && k <= 6;
+}
 
-} // namespace
+}  // namespace
 
 std::string_view sectionName(SectionId id) {
    switch (id) {
-   case SectionId::Names: return "names";
-   case SectionId::Index: return "index";
-   case SectionId::Keys: return "keys";
-   case SectionId::Data: return "data";
-   case SectionId::Meta: return "meta";
+      case SectionId::Names:
+         return "names";
+      case SectionId::Index:
+         return "index";
+      case SectionId::Keys:
+         return "keys";
+      case SectionId::Data:
+         return "data";
+      case SectionId::Meta:
+         return "meta";
    }
    return "?";
 }
@@ -179,12 +206,16 @@ bool decodeKeys(std::span<const uint8_t> bytes, Keys &out) {
       uint8_t type = bytes[pos++];
       Cursor c(bytes.subspan(pos));
       if (type == static_cast<uint8_t>(KeyType::Int)) {
-         if (c.left() < 8) return false;
+         if (c.left() < 8) {
+            return false;
+         }
          out.push_back(Key::ofInt(getIntKey(bytes.data() + pos)));
          c.skip(8);
       } else if (type == static_cast<uint8_t>(KeyType::Text)) {
          std::string_view s;
-         if (!c.text(s)) return false;
+         if (!c.text(s)) {
+            return false;
+         }
          out.push_back(Key::ofText(std::string(s)));
       } else if (type == static_cast<uint8_t>(KeyType::Null)) {
          out.push_back(Key::null());
@@ -199,11 +230,19 @@ bool decodeKeys(std::span<const uint8_t> bytes, Keys &out) {
 std::string formatKeys(const Keys &keys) {
    std::string s = "[";
    for (size_t i = 0; i < keys.size(); i++) {
-      if (i) s += ", ";
+      if (i) {
+         s += ", ";
+      }
       switch (keys[i].type) {
-      case KeyType::Int: s += std::to_string(keys[i].number); break;
-      case KeyType::Text: s += "\"" + keys[i].text + "\""; break;
-      case KeyType::Null: s += "null"; break;
+         case KeyType::Int:
+            s += std::to_string(keys[i].number);
+            break;
+         case KeyType::Text:
+            s += "\"" + keys[i].text + "\"";
+            break;
+         case KeyType::Null:
+            s += "null";
+            break;
       }
    }
    return s + "]";
@@ -223,12 +262,16 @@ void writeRaw(const Signature &signature, const SimulatorSettings &simulator, co
               std::vector<RawEntry> entries, Sink &sink) {
    std::vector<std::string_view> names;
    for (const RawEntry &e : entries) {
-      if (e.kind != EntryKind::DevInfo) names.push_back(e.node);
+      if (e.kind != EntryKind::DevInfo) {
+         names.push_back(e.node);
+      }
    }
    std::sort(names.begin(), names.end());
    names.erase(std::unique(names.begin(), names.end()), names.end());
    auto nameId = [&](const RawEntry &e) -> uint32_t {
-      if (e.kind == EntryKind::DevInfo) return kNoNode;
+      if (e.kind == EntryKind::DevInfo) {
+         return kNoNode;
+      }
       return static_cast<uint32_t>(std::lower_bound(names.begin(), names.end(), e.node) - names.begin());
    };
    auto sortKey = [&](const RawEntry &e) {
@@ -239,7 +282,8 @@ void writeRaw(const Signature &signature, const SimulatorSettings &simulator, co
    for (size_t i = 1; i < entries.size(); i++) {
       if (sortKey(entries[i - 1]) == sortKey(entries[i])) {
          std::string what = entries[i].origin.empty() ? std::string("an entry") : std::string(entries[i].origin);
-         std::string other = entries[i - 1].origin.empty() ? std::string("another") : std::string(entries[i - 1].origin);
+         std::string other =
+               entries[i - 1].origin.empty() ? std::string("another") : std::string(entries[i - 1].origin);
          throw FormatError(what + ": duplicate entry (same " + std::string(kindLabel(entries[i].kind)) +
                            " and keys as " + other + ")");
       }
@@ -247,12 +291,16 @@ void writeRaw(const Signature &signature, const SimulatorSettings &simulator, co
 
    std::string namesSec;
    putU32(namesSec, static_cast<uint32_t>(names.size()));
-   for (std::string_view n : names) putString(namesSec, n);
+   for (std::string_view n : names) {
+      putString(namesSec, n);
+   }
 
    std::string indexSec, keysSec;
    uint64_t dataSize = 0;
    XXH3_state_t *state = XXH3_createState();
-   if (!state) throw std::bad_alloc();
+   if (!state) {
+      throw std::bad_alloc();
+   }
    XXH3_64bits_reset(state);
    for (const RawEntry &e : entries) {
       if (e.key.size() > 0xffffffffu || e.payload.size() > 0xffffffffu) {
@@ -275,7 +323,9 @@ void writeRaw(const Signature &signature, const SimulatorSettings &simulator, co
    }
    uint64_t dataHash = XXH3_64bits_digest(state);
    XXH3_freeState(state);
-   if (keysSec.size() > 0xffffffffu) throw FormatError("keys section too large");
+   if (keysSec.size() > 0xffffffffu) {
+      throw FormatError("keys section too large");
+   }
 
    std::string metaSec;
    putU32(metaSec, (simulator.present ? 1u : 0u) | (meta.present ? 2u : 0u));
@@ -285,7 +335,9 @@ void writeRaw(const Signature &signature, const SimulatorSettings &simulator, co
    putString(metaSec, meta.captured);
    putString(metaSec, meta.by);
    putU32(metaSec, static_cast<uint32_t>(meta.notes.size()));
-   for (const std::string &n : meta.notes) putString(metaSec, n);
+   for (const std::string &n : meta.notes) {
+      putString(metaSec, n);
+   }
 
    uint8_t header[kHeaderSize] = {};
    std::memcpy(header, kMagic, sizeof kMagic);
@@ -296,11 +348,11 @@ void writeRaw(const Signature &signature, const SimulatorSettings &simulator, co
    struct {
       uint64_t size, hash;
    } secs[kSectionCount] = {
-      {namesSec.size(), hashOf(asBytes(namesSec))},
-      {indexSec.size(), hashOf(asBytes(indexSec))},
-      {keysSec.size(), hashOf(asBytes(keysSec))},
-      {metaSec.size(), hashOf(asBytes(metaSec))},
-      {dataSize, dataHash},
+         {namesSec.size(), hashOf(asBytes(namesSec))},
+         {indexSec.size(), hashOf(asBytes(indexSec))},
+         {keysSec.size(), hashOf(asBytes(keysSec))},
+         {metaSec.size(), hashOf(asBytes(metaSec))},
+         {dataSize, dataHash},
    };
    uint64_t offset = kHeaderSize;
    for (size_t i = 0; i < kSectionCount; i++) {
@@ -318,7 +370,9 @@ void writeRaw(const Signature &signature, const SimulatorSettings &simulator, co
    sink.write(asBytes(indexSec));
    sink.write(asBytes(keysSec));
    sink.write(asBytes(metaSec));
-   for (const RawEntry &e : entries) sink.write(e.payload);
+   for (const RawEntry &e : entries) {
+      sink.write(e.payload);
+   }
 }
 
 void writeSnapshot(const Snapshot &snapshot, Sink &sink) {
@@ -353,7 +407,7 @@ ZLC_ReturnStatus fail(Problem *problem, ZLC_ReturnStatus status, std::string mes
    }
    return status;
 }
-} // namespace
+}  // namespace
 
 std::span<const uint8_t> Reader::section(SectionId id) const {
    const Section &s = sections_[static_cast<size_t>(id)];
@@ -362,7 +416,9 @@ std::span<const uint8_t> Reader::section(SectionId id) const {
 
 ZLC_ReturnStatus Reader::data(uint64_t offset, uint64_t length, std::span<const uint8_t> &out) const {
    auto bytes = source_->view(sectionOffset(SectionId::Data) + offset, length);
-   if (!bytes) return ZLC_SNAP_CANNOT_OPEN;
+   if (!bytes) {
+      return ZLC_SNAP_CANNOT_OPEN;
+   }
    out = *bytes;
    return ZLC_OK;
 }
@@ -385,7 +441,9 @@ ZLC_ReturnStatus Reader::open(ByteSource &source, Problem *problem) {
    std::span<const uint8_t> file;
    {
       auto start = source.view(0, std::min<uint64_t>(source.size(), kHeaderSize));
-      if (!start) return fail(problem, ZLC_SNAP_CANNOT_OPEN, "cannot map the header", 0);
+      if (!start) {
+         return fail(problem, ZLC_SNAP_CANNOT_OPEN, "cannot map the header", 0);
+      }
       file = *start;
    }
    uint64_t fileSize = source.size();
@@ -436,7 +494,9 @@ ZLC_ReturnStatus Reader::open(ByteSource &source, Problem *problem) {
    {
       // Everything up to the data section is read now; the data on demand.
       auto head = source.view(0, sectionOffset(SectionId::Data));
-      if (!head) return fail(problem, ZLC_SNAP_CANNOT_OPEN, "cannot map the index", 0);
+      if (!head) {
+         return fail(problem, ZLC_SNAP_CANNOT_OPEN, "cannot map the index", 0);
+      }
       head_ = *head;
       h = head_.data();
    }
@@ -448,8 +508,7 @@ ZLC_ReturnStatus Reader::open(ByteSource &source, Problem *problem) {
    for (SectionId id : {SectionId::Names, SectionId::Index, SectionId::Keys, SectionId::Meta}) {
       const Section &s = sections_[static_cast<size_t>(id)];
       if (hashOf(section(id)) != s.checksum) {
-         return fail(problem, ZLC_SNAP_CORRUPT, std::string(sectionName(id)) + " section checksum mismatch",
-                     s.offset);
+         return fail(problem, ZLC_SNAP_CORRUPT, std::string(sectionName(id)) + " section checksum mismatch", s.offset);
       }
    }
 
@@ -543,14 +602,22 @@ ZLC_ReturnStatus Reader::open(ByteSource &source, Problem *problem) {
       meta_.by = by;
    }
    verified_.assign(n, 0);
-   if (problem) *problem = {};
+   if (problem) {
+      *problem = {};
+   }
    return ZLC_OK;
 }
 
 IndexEntry Reader::entry(size_t i) const {
    const uint8_t *p = section(SectionId::Index).data() + i * kIndexEntrySize;
-   return {static_cast<EntryKind>(p[0]), getU32(p + 4), getU32(p + 8), getU32(p + 12), getU64(p + 16),
-           getU32(p + 24), getU32(p + 28), getU64(p + 32)};
+   return {static_cast<EntryKind>(p[0]),
+           getU32(p + 4),
+           getU32(p + 8),
+           getU32(p + 12),
+           getU64(p + 16),
+           getU32(p + 24),
+           getU32(p + 28),
+           getU64(p + 32)};
 }
 
 std::string_view Reader::entryNode(const IndexEntry &e) const {
@@ -563,7 +630,9 @@ std::span<const uint8_t> Reader::entryKey(const IndexEntry &e) const {
 
 Reader::Group &Reader::group(EntryKind kind, uint32_t nameId) const {
    const uint64_t id = (uint64_t{static_cast<uint8_t>(kind)} << 32) | nameId;
-   if (auto it = groups_.find(id); it != groups_.end()) return it->second;
+   if (auto it = groups_.find(id); it != groups_.end()) {
+      return it->second;
+   }
    // The index is sorted by kind, node and key, so each (kind, node) group
    // is one run of entries; find its ends once and remember them.
    const uint8_t *index = section(SectionId::Index).data();
@@ -574,14 +643,22 @@ Reader::Group &Reader::group(EntryKind kind, uint32_t nameId) const {
    size_t lo = 0, hi = count_;
    while (lo < hi) {
       size_t mid = lo + (hi - lo) / 2;
-      if (groupAt(mid) < id) lo = mid + 1; else hi = mid;
+      if (groupAt(mid) < id) {
+         lo = mid + 1;
+      } else {
+         hi = mid;
+      }
    }
    Group g;
    g.first = lo;
    hi = count_;
    while (lo < hi) {
       size_t mid = lo + (hi - lo) / 2;
-      if (groupAt(mid) <= id) lo = mid + 1; else hi = mid;
+      if (groupAt(mid) <= id) {
+         lo = mid + 1;
+      } else {
+         hi = mid;
+      }
    }
    g.last = lo;
    g.next = g.first;
@@ -597,16 +674,24 @@ std::optional<size_t> Reader::find(EntryKind kind, std::string_view node, std::s
    uint32_t id = kNoNode;
    if (kind != EntryKind::DevInfo) {
       auto it = std::lower_bound(names_.begin(), names_.end(), node);
-      if (it == names_.end() || *it != node) return std::nullopt;
+      if (it == names_.end() || *it != node) {
+         return std::nullopt;
+      }
       id = static_cast<uint32_t>(it - names_.begin());
    }
    Group &g = group(kind, id);
    // The entry after the last one found, or that one again (several worlds
    // of one cartel read the cartel's records in turn).
-   if (g.next < g.last && keyText(g.next) == key) return g.next++;
-   if (g.next > g.first && keyText(g.next - 1) == key) return g.next - 1;
+   if (g.next < g.last && keyText(g.next) == key) {
+      return g.next++;
+   }
+   if (g.next > g.first && keyText(g.next - 1) == key) {
+      return g.next - 1;
+   }
    std::optional<size_t> found = findOutOfOrder(g, key);
-   if (found) g.next = *found + 1;
+   if (found) {
+      g.next = *found + 1;
+   }
    return found;
 }
 
@@ -618,18 +703,24 @@ std::optional<size_t> Reader::findOutOfOrder(Group &g, std::string_view key) con
    constexpr unsigned kLookupsBeforeHashing = 16;
    if (g.byKey.empty() && g.last - g.first > kLookupsBeforeHashing && ++g.lookups > kLookupsBeforeHashing) {
       g.byKey.reserve(g.last - g.first);
-      for (size_t i = g.first; i < g.last; i++) g.byKey.emplace(keyText(i), i);
+      for (size_t i = g.first; i < g.last; i++) {
+         g.byKey.emplace(keyText(i), i);
+      }
    }
    if (!g.byKey.empty()) {
       auto it = g.byKey.find(key);
-      if (it == g.byKey.end()) return std::nullopt;
+      if (it == g.byKey.end()) {
+         return std::nullopt;
+      }
       return it->second;
    }
    size_t lo = g.first, hi = g.last;
    while (lo < hi) {
       size_t mid = lo + (hi - lo) / 2;
       int c = keyText(mid).compare(key);
-      if (c == 0) return mid;
+      if (c == 0) {
+         return mid;
+      }
       if (c < 0) {
          lo = mid + 1;
       } else {
@@ -640,7 +731,9 @@ std::optional<size_t> Reader::findOutOfOrder(Group &g, std::string_view key) con
 }
 
 ZLC_ReturnStatus Reader::payload(size_t i, std::span<const uint8_t> &out, Problem *problem) const {
-   if (i >= count_) return ZLC_BAD_PARAM;
+   if (i >= count_) {
+      return ZLC_BAD_PARAM;
+   }
    IndexEntry e = entry(i);
    if (ZLC_ReturnStatus s = data(e.dataOffset, e.dataLength, out); s != ZLC_OK) {
       return fail(problem, s, "cannot map the data of entry " + std::to_string(i), sectionOffset(SectionId::Data));
@@ -668,10 +761,12 @@ ZLC_ReturnStatus Reader::toModel(Snapshot &out, Problem *problem) const {
       e.kind = ie.kind;
       e.node = std::string(entryNode(ie));
       e.status = ie.status;
-      decodeKeys(entryKey(ie), e.keys); // checked at open
+      decodeKeys(entryKey(ie), e.keys);  // checked at open
       std::span<const uint8_t> bytes;
       if (ZLC_ReturnStatus s = payload(i, bytes, problem); s != ZLC_OK) {
-         if (problem) problem->message = describeEntry(e.kind, e.node, e.keys) + ": data checksum mismatch";
+         if (problem) {
+            problem->message = describeEntry(e.kind, e.node, e.keys) + ": data checksum mismatch";
+         }
          return s;
       }
       if (e.kind == EntryKind::List && e.status == 0) {
@@ -692,7 +787,9 @@ ZLC_ReturnStatus Reader::verifyAll(Problem *problem) const {
    // The whole section, hashed in pieces so that a mapped file is mapped in
    // windows.
    XXH3_state_t *state = XXH3_createState();
-   if (!state) return ZLC_NO_MEMORY;
+   if (!state) {
+      return ZLC_NO_MEMORY;
+   }
    XXH3_64bits_reset(state);
    constexpr uint64_t kPiece = 8 << 20;
    for (uint64_t at = 0; at < section.size; at += kPiece) {
@@ -724,4 +821,4 @@ ZLC_ReturnStatus Reader::verifyAll(Problem *problem) const {
    return toModel(model, problem);
 }
 
-} // namespace zif
+}  // namespace zif

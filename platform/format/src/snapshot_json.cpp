@@ -21,29 +21,47 @@ using ojson = nlohmann::ordered_json;
 }
 
 void allowMembers(const json &j, const std::string &where, std::initializer_list<std::string_view> allowed) {
-   if (!j.is_object()) refuse(where, "must be an object");
+   if (!j.is_object()) {
+      refuse(where, "must be an object");
+   }
    for (const auto &[name, value] : j.items()) {
       bool ok = false;
-      for (std::string_view a : allowed) ok = ok || name == a;
-      if (!ok) refuse(where, "unknown member \"" + name + "\"");
+      for (std::string_view a : allowed) {
+         ok = ok || name == a;
+      }
+      if (!ok) {
+         refuse(where, "unknown member \"" + name + "\"");
+      }
    }
 }
 
 int hexDigit(char c) {
-   if (c >= '0' && c <= '9') return c - '0';
-   if (c >= 'a' && c <= 'f') return c - 'a' + 10;
-   if (c >= 'A' && c <= 'F') return c - 'A' + 10;
+   if (c >= '0' && c <= '9') {
+      return c - '0';
+   }
+   if (c >= 'a' && c <= 'f') {
+      return c - 'a' + 10;
+   }
+   if (c >= 'A' && c <= 'F') {
+      return c - 'A' + 10;
+   }
    return -1;
 }
 
 // A hexadecimal number text, with or without 0x.
 bool parseHexNumber(std::string_view s, uint64_t &v) {
-   if (s.size() > 2 && s[0] == '0' && (s[1] == 'x' || s[1] == 'X')) s.remove_prefix(2);
-   if (s.empty() || s.size() > 16) return false;
+   if (s.size() > 2 && s[0] == '0' && (s[1] == 'x' || s[1] == 'X')) {
+      s.remove_prefix(2);
+   }
+   if (s.empty() || s.size() > 16) {
+      return false;
+   }
    v = 0;
    for (char c : s) {
       int d = hexDigit(c);
-      if (d < 0) return false;
+      if (d < 0) {
+         return false;
+      }
       v = (v << 4) | static_cast<uint64_t>(d);
    }
    return true;
@@ -52,61 +70,89 @@ bool parseHexNumber(std::string_view s, uint64_t &v) {
 uint32_t parseStatus(const json &j, const std::string &where) {
    uint64_t v = 0;
    if (j.is_string()) {
-      if (!parseHexNumber(j.get_ref<const std::string &>(), v)) refuse(where, "bad status");
+      if (!parseHexNumber(j.get_ref<const std::string &>(), v)) {
+         refuse(where, "bad status");
+      }
    } else if (j.is_number_unsigned() || (j.is_number_integer() && j.get<int64_t>() >= 0)) {
       v = j.get<uint64_t>();
    } else {
       refuse(where, "status must be a hex string or an integer");
    }
-   if (v > 0xffffffffu) refuse(where, "status out of range");
+   if (v > 0xffffffffu) {
+      refuse(where, "status out of range");
+   }
    return static_cast<uint32_t>(v);
 }
 
 Key parseKey(const json &j, const std::string &where) {
-   if (j.is_null()) return Key::null();
-   if (j.is_number_integer() && !j.is_number_unsigned()) return Key::ofInt(j.get<int64_t>());
+   if (j.is_null()) {
+      return Key::null();
+   }
+   if (j.is_number_integer() && !j.is_number_unsigned()) {
+      return Key::ofInt(j.get<int64_t>());
+   }
    if (j.is_number_unsigned()) {
       uint64_t v = j.get<uint64_t>();
-      if (v > static_cast<uint64_t>(std::numeric_limits<int64_t>::max())) refuse(where, "key out of range");
+      if (v > static_cast<uint64_t>(std::numeric_limits<int64_t>::max())) {
+         refuse(where, "key out of range");
+      }
       return Key::ofInt(static_cast<int64_t>(v));
    }
    if (j.is_string()) {
       const std::string &s = j.get_ref<const std::string &>();
-      if (s.find('\0') != std::string::npos) refuse(where, "text key holds a NUL");
+      if (s.find('\0') != std::string::npos) {
+         refuse(where, "text key holds a NUL");
+      }
       return Key::ofText(s);
    }
    refuse(where, "a key must be an integer, a string or null");
 }
 
 Keys parseKeys(const json &j, const std::string &where) {
-   if (!j.is_array()) refuse(where, "must be an array");
+   if (!j.is_array()) {
+      refuse(where, "must be an array");
+   }
    Keys keys;
-   for (size_t i = 0; i < j.size(); i++) keys.push_back(parseKey(j[i], where + "[" + std::to_string(i) + "]"));
+   for (size_t i = 0; i < j.size(); i++) {
+      keys.push_back(parseKey(j[i], where + "[" + std::to_string(i) + "]"));
+   }
    return keys;
 }
 
 std::string nodeOf(const json &e, const std::string &where) {
-   if (!e.contains("node")) refuse(where, "missing \"node\"");
+   if (!e.contains("node")) {
+      refuse(where, "missing \"node\"");
+   }
    const json &n = e["node"];
-   if (!n.is_string()) refuse(where, "\"node\" must be a string");
+   if (!n.is_string()) {
+      refuse(where, "\"node\" must be a string");
+   }
    const std::string &name = n.get_ref<const std::string &>();
-   if (!isKnownNode(name)) refuse(where, "unknown node \"" + name + "\"");
+   if (!isKnownNode(name)) {
+      refuse(where, "unknown node \"" + name + "\"");
+   }
    return name;
 }
 
 std::vector<uint8_t> hexOf(const json &j, const std::string &where) {
    std::vector<uint8_t> out;
-   if (!j.is_string() || !parseHex(j.get_ref<const std::string &>(), out)) refuse(where, "bad hex");
+   if (!j.is_string() || !parseHex(j.get_ref<const std::string &>(), out)) {
+      refuse(where, "bad hex");
+   }
    return out;
 }
 
 void putLittle(std::vector<uint8_t> &rec, uint32_t offset, uint32_t width, uint64_t v) {
-   for (uint32_t i = 0; i < width; i++) rec[offset + i] = static_cast<uint8_t>(v >> (8 * i));
+   for (uint32_t i = 0; i < width; i++) {
+      rec[offset + i] = static_cast<uint8_t>(v >> (8 * i));
+   }
 }
 
 uint64_t getLittle(std::span<const uint8_t> rec, uint32_t offset, uint32_t width) {
    uint64_t v = 0;
-   for (uint32_t i = width; i-- > 0;) v = (v << 8) | rec[offset + i];
+   for (uint32_t i = width; i-- > 0;) {
+      v = (v << 8) | rec[offset + i];
+   }
    return v;
 }
 
@@ -117,9 +163,13 @@ bool fieldFits(const RecordLayout &layout, const FieldLayout &f) {
 
 void encodeField(const RecordLayout &layout, const FieldLayout &f, const json &v, std::vector<uint8_t> &rec,
                  const std::string &where) {
-   if (!fieldFits(layout, f)) refuse(where, "field lies outside the record");
+   if (!fieldFits(layout, f)) {
+      refuse(where, "field lies outside the record");
+   }
    if (f.kind == FieldKind::TEXT) {
-      if (!v.is_string()) refuse(where, "must be a string");
+      if (!v.is_string()) {
+         refuse(where, "must be a string");
+      }
       const std::string &s = v.get_ref<const std::string &>();
       if (s.size() + 1 > f.width || s.find('\0') != std::string::npos) {
          refuse(where, "text does not fit in " + std::to_string(f.width) + " bytes with its NUL");
@@ -129,7 +179,9 @@ void encodeField(const RecordLayout &layout, const FieldLayout &f, const json &v
    }
    if (f.kind == FieldKind::BYTES) {
       std::vector<uint8_t> b = hexOf(v, where);
-      if (b.size() > f.width) refuse(where, "more than " + std::to_string(f.width) + " bytes");
+      if (b.size() > f.width) {
+         refuse(where, "more than " + std::to_string(f.width) + " bytes");
+      }
       std::memcpy(rec.data() + f.offset, b.data(), b.size());
       return;
    }
@@ -142,7 +194,9 @@ void encodeField(const RecordLayout &layout, const FieldLayout &f, const json &v
       int64_t x = v.get<int64_t>();
       int64_t lo = bits == 64 ? INT64_MIN : -(int64_t{1} << (bits - 1));
       int64_t hi = bits == 64 ? INT64_MAX : (int64_t{1} << (bits - 1)) - 1;
-      if (x < lo || x > hi) refuse(where, "value out of range for " + std::string(kindName(f.kind)));
+      if (x < lo || x > hi) {
+         refuse(where, "value out of range for " + std::string(kindName(f.kind)));
+      }
       raw = static_cast<uint64_t>(x);
    } else {
       if (v.is_string()) {
@@ -155,19 +209,27 @@ void encodeField(const RecordLayout &layout, const FieldLayout &f, const json &v
       } else {
          refuse(where, "must be a non-negative integer");
       }
-      if (bits < 64 && raw >> bits) refuse(where, "value out of range for " + std::string(kindName(f.kind)));
+      if (bits < 64 && raw >> bits) {
+         refuse(where, "value out of range for " + std::string(kindName(f.kind)));
+      }
    }
    putLittle(rec, f.offset, f.width, raw);
 }
 
 std::vector<uint8_t> encodeFields(const std::string &node, const json &fields, const std::string &where) {
    const RecordLayout *layout = findLayout(node);
-   if (!layout) refuse(where, "no record layout for node \"" + node + "\"; use \"hex\"");
-   if (!fields.is_object()) refuse(where, "\"fields\" must be an object");
+   if (!layout) {
+      refuse(where, "no record layout for node \"" + node + "\"; use \"hex\"");
+   }
+   if (!fields.is_object()) {
+      refuse(where, "\"fields\" must be an object");
+   }
    std::vector<uint8_t> rec(layout->length, 0);
    for (const auto &[name, value] : fields.items()) {
       const FieldLayout *f = findField(*layout, name);
-      if (!f) refuse(where, "unknown field \"" + name + "\" of " + node);
+      if (!f) {
+         refuse(where, "unknown field \"" + name + "\" of " + node);
+      }
       encodeField(*layout, *f, value, rec, where + ": field " + name);
    }
    return rec;
@@ -177,40 +239,58 @@ std::vector<uint8_t> encodeFields(const std::string &node, const json &fields, c
 void parseContent(const json &j, Entry &e, const std::string &where, bool allowText, bool allowFields,
                   bool textHasNul) {
    int forms = 0;
-   for (const char *m : {"text", "hex", "fields", "status"}) forms += j.contains(m) ? 1 : 0;
-   if (forms != 1) refuse(where, "needs exactly one of \"text\", \"hex\"" + std::string(allowFields ? ", \"fields\"" : "") +
-                                    " or \"status\"");
+   for (const char *m : {"text", "hex", "fields", "status"}) {
+      forms += j.contains(m) ? 1 : 0;
+   }
+   if (forms != 1) {
+      refuse(where, "needs exactly one of \"text\", \"hex\"" + std::string(allowFields ? ", \"fields\"" : "") +
+                          " or \"status\"");
+   }
    if (j.contains("status")) {
       e.status = parseStatus(j["status"], where);
-      if (e.status == 0) refuse(where, "an injected status must be non-zero");
+      if (e.status == 0) {
+         refuse(where, "an injected status must be non-zero");
+      }
    } else if (j.contains("hex")) {
       e.bytes = hexOf(j["hex"], where);
    } else if (j.contains("text")) {
-      if (!allowText || !j["text"].is_string()) refuse(where, "bad \"text\"");
+      if (!allowText || !j["text"].is_string()) {
+         refuse(where, "bad \"text\"");
+      }
       const std::string &s = j["text"].get_ref<const std::string &>();
       e.bytes.assign(s.begin(), s.end());
-      if (textHasNul) e.bytes.push_back(0);
+      if (textHasNul) {
+         e.bytes.push_back(0);
+      }
    } else {
-      if (!allowFields) refuse(where, "\"fields\" is not allowed here");
+      if (!allowFields) {
+         refuse(where, "\"fields\" is not allowed here");
+      }
       e.bytes = encodeFields(e.node, j["fields"], where);
    }
 }
 
 const json &arrayMember(const json &doc, const char *name, const std::string &label) {
    const json &a = doc[name];
-   if (!a.is_array()) refuse(label + name, "must be an array");
+   if (!a.is_array()) {
+      refuse(label + name, "must be an array");
+   }
    return a;
 }
 
-} // namespace
+}  // namespace
 
 bool parseHex(std::string_view text, std::vector<uint8_t> &out) {
    out.clear();
    int high = -1;
    for (char c : text) {
-      if (c == ' ' || c == '\t' || c == '\n' || c == '\r') continue;
+      if (c == ' ' || c == '\t' || c == '\n' || c == '\r') {
+         continue;
+      }
       int d = hexDigit(c);
-      if (d < 0) return false;
+      if (d < 0) {
+         return false;
+      }
       if (high < 0) {
          high = d;
       } else {
@@ -226,7 +306,9 @@ std::string toHex(std::span<const uint8_t> bytes, bool grouped) {
    std::string s;
    s.reserve(bytes.size() * 2 + bytes.size() / 4);
    for (size_t i = 0; i < bytes.size(); i++) {
-      if (grouped && i && i % 4 == 0) s.push_back(' ');
+      if (grouped && i && i % 4 == 0) {
+         s.push_back(' ');
+      }
       s.push_back(digits[bytes[i] >> 4]);
       s.push_back(digits[bytes[i] & 15]);
    }
@@ -244,7 +326,9 @@ void JsonPacker::add(std::string_view text, std::string_view label) {
    try {
       allowMembers(doc, prefix + "document",
                    {"zifcache", "signature", "simulator", "meta", "lists", "records", "data", "devinfo", "sets"});
-      if (doc.contains("zifcache") && doc["zifcache"] != 1) refuse(prefix + "zifcache", "unsupported form (want 1)");
+      if (doc.contains("zifcache") && doc["zifcache"] != 1) {
+         refuse(prefix + "zifcache", "unsupported form (want 1)");
+      }
 
       if (doc.contains("signature") && !haveSignature_) {
          const json &s = doc["signature"];
@@ -258,8 +342,8 @@ void JsonPacker::add(std::string_view text, std::string_view label) {
          if (s.contains("date")) {
             if (!s["date"].is_string() || s["date"].get_ref<const std::string &>().size() >= kDateSize ||
                 s["date"].get_ref<const std::string &>().find('\0') != std::string::npos) {
-               refuse(prefix + "signature", "date must be a string of at most " + std::to_string(kDateSize - 1) +
-                                               " characters");
+               refuse(prefix + "signature",
+                      "date must be a string of at most " + std::to_string(kDateSize - 1) + " characters");
             }
             date = s["date"].get<std::string>();
          }
@@ -284,14 +368,20 @@ void JsonPacker::add(std::string_view text, std::string_view label) {
          meta.present = true;
          for (auto [name, field] : {std::pair{"host", &meta.host}, {"captured", &meta.captured}, {"by", &meta.by}}) {
             if (m.contains(name)) {
-               if (!m[name].is_string()) refuse(prefix + "meta", std::string(name) + " must be a string");
+               if (!m[name].is_string()) {
+                  refuse(prefix + "meta", std::string(name) + " must be a string");
+               }
                *field = m[name].get<std::string>();
             }
          }
          if (m.contains("notes")) {
-            if (!m["notes"].is_array()) refuse(prefix + "meta", "notes must be an array of strings");
+            if (!m["notes"].is_array()) {
+               refuse(prefix + "meta", "notes must be an array of strings");
+            }
             for (const json &n : m["notes"]) {
-               if (!n.is_string()) refuse(prefix + "meta", "notes must be an array of strings");
+               if (!n.is_string()) {
+                  refuse(prefix + "meta", "notes must be an array of strings");
+               }
                meta.notes.push_back(n.get<std::string>());
             }
          }
@@ -299,7 +389,9 @@ void JsonPacker::add(std::string_view text, std::string_view label) {
       }
 
       auto each = [&](const char *name, auto &&parseOne) {
-         if (!doc.contains(name)) return;
+         if (!doc.contains(name)) {
+            return;
+         }
          const json &a = arrayMember(doc, name, prefix);
          for (size_t i = 0; i < a.size(); i++) {
             std::string where = prefix + name + "[" + std::to_string(i) + "]";
@@ -313,11 +405,17 @@ void JsonPacker::add(std::string_view text, std::string_view label) {
          allowMembers(j, where, {"node", "parent", "instances", "status"});
          e.kind = EntryKind::List;
          e.node = nodeOf(j, where);
-         if (j.contains("parent")) e.keys = parseKeys(j["parent"], where + ": parent");
-         if (j.contains("instances") == j.contains("status")) refuse(where, "needs \"instances\" or \"status\"");
+         if (j.contains("parent")) {
+            e.keys = parseKeys(j["parent"], where + ": parent");
+         }
+         if (j.contains("instances") == j.contains("status")) {
+            refuse(where, "needs \"instances\" or \"status\"");
+         }
          if (j.contains("status")) {
             e.status = parseStatus(j["status"], where);
-            if (e.status == 0) refuse(where, "an injected status must be non-zero");
+            if (e.status == 0) {
+               refuse(where, "an injected status must be non-zero");
+            }
          } else {
             e.instances = parseKeys(j["instances"], where + ": instances");
          }
@@ -326,14 +424,18 @@ void JsonPacker::add(std::string_view text, std::string_view label) {
          allowMembers(j, where, {"node", "keys", "text", "hex", "fields", "status"});
          e.kind = EntryKind::Record;
          e.node = nodeOf(j, where);
-         if (j.contains("keys")) e.keys = parseKeys(j["keys"], where + ": keys");
+         if (j.contains("keys")) {
+            e.keys = parseKeys(j["keys"], where + ": keys");
+         }
          parseContent(j, e, where, true, true, true);
       });
       each("data", [](const json &j, Entry &e, const std::string &where) {
          allowMembers(j, where, {"node", "keys", "text", "hex", "status"});
          e.kind = EntryKind::Data;
          e.node = nodeOf(j, where);
-         if (j.contains("keys")) e.keys = parseKeys(j["keys"], where + ": keys");
+         if (j.contains("keys")) {
+            e.keys = parseKeys(j["keys"], where + ": keys");
+         }
          parseContent(j, e, where, true, false, false);
       });
       each("devinfo", [](const json &j, Entry &e, const std::string &where) {
@@ -350,7 +452,9 @@ void JsonPacker::add(std::string_view text, std::string_view label) {
          }
          parseContent(j, e, where, false, false, false);
          if (e.status == 0) {
-            if (e.bytes.size() > ZLC_DEVINFO_REPLY_SIZE) refuse(where, "reply longer than 1024 bytes");
+            if (e.bytes.size() > ZLC_DEVINFO_REPLY_SIZE) {
+               refuse(where, "reply longer than 1024 bytes");
+            }
             e.bytes.resize(ZLC_DEVINFO_REPLY_SIZE, 0);
          }
       });
@@ -358,9 +462,15 @@ void JsonPacker::add(std::string_view text, std::string_view label) {
          allowMembers(j, where, {"node", "input", "hex", "status"});
          e.node = nodeOf(j, where);
          e.kind = j.contains("input") ? EntryKind::Set : EntryKind::SetAny;
-         if (j.contains("input")) e.keys = parseKeys(j["input"], where + ": input");
-         if (j.contains("hex")) e.bytes = hexOf(j["hex"], where);
-         if (j.contains("status")) e.status = parseStatus(j["status"], where);
+         if (j.contains("input")) {
+            e.keys = parseKeys(j["input"], where + ": input");
+         }
+         if (j.contains("hex")) {
+            e.bytes = hexOf(j["hex"], where);
+         }
+         if (j.contains("status")) {
+            e.status = parseStatus(j["status"], where);
+         }
       });
    } catch (const json::exception &ex) {
       throw FormatError(prefix + ex.what());
@@ -386,9 +496,15 @@ ojson keysJson(const Keys &keys) {
    ojson a = ojson::array();
    for (const Key &k : keys) {
       switch (k.type) {
-      case KeyType::Int: a.push_back(k.number); break;
-      case KeyType::Text: a.push_back(k.text); break;
-      case KeyType::Null: a.push_back(nullptr); break;
+         case KeyType::Int:
+            a.push_back(k.number);
+            break;
+         case KeyType::Text:
+            a.push_back(k.text);
+            break;
+         case KeyType::Null:
+            a.push_back(nullptr);
+            break;
       }
    }
    return a;
@@ -402,7 +518,9 @@ std::string statusText(uint32_t s) {
 
 bool isPlainText(std::span<const uint8_t> bytes) {
    for (uint8_t b : bytes) {
-      if (b == 0 || b > 0x7f) return false;
+      if (b == 0 || b > 0x7f) {
+         return false;
+      }
    }
    return true;
 }
@@ -410,16 +528,24 @@ bool isPlainText(std::span<const uint8_t> bytes) {
 // The fields form of a record when it reproduces the bytes exactly.
 std::optional<ojson> fieldsOf(const std::string &node, std::span<const uint8_t> bytes) {
    const RecordLayout *layout = findLayout(node);
-   if (!layout || bytes.size() != layout->length) return std::nullopt;
+   if (!layout || bytes.size() != layout->length) {
+      return std::nullopt;
+   }
    ojson fields = ojson::object();
    for (const FieldLayout &f : layout->fields) {
-      if (!fieldFits(*layout, f) || fields.contains(std::string(f.name))) return std::nullopt;
+      if (!fieldFits(*layout, f) || fields.contains(std::string(f.name))) {
+         return std::nullopt;
+      }
       auto part = bytes.subspan(f.offset, f.width);
       std::string name(f.name);
       if (f.kind == FieldKind::TEXT) {
          size_t len = 0;
-         while (len < part.size() && part[len] != 0) len++;
-         if (len == part.size() || !isPlainText(part.first(len))) return std::nullopt;
+         while (len < part.size() && part[len] != 0) {
+            len++;
+         }
+         if (len == part.size() || !isPlainText(part.first(len))) {
+            return std::nullopt;
+         }
          fields[name] = std::string(reinterpret_cast<const char *>(part.data()), len);
       } else if (f.kind == FieldKind::BYTES) {
          fields[name] = toHex(part, true);
@@ -436,14 +562,16 @@ std::optional<ojson> fieldsOf(const std::string &node, std::span<const uint8_t> 
    // Accept only when encoding the fields gives back the very same bytes.
    try {
       json plain = json::parse(fields.dump());
-      if (encodeFields(node, plain, "") != std::vector<uint8_t>(bytes.begin(), bytes.end())) return std::nullopt;
+      if (encodeFields(node, plain, "") != std::vector<uint8_t>(bytes.begin(), bytes.end())) {
+         return std::nullopt;
+      }
    } catch (const FormatError &) {
       return std::nullopt;
    }
    return fields;
 }
 
-} // namespace
+}  // namespace
 
 std::string dumpJson(const Snapshot &snapshot) {
    auto line = [](const ojson &j) { return j.dump(-1, ' ', false, ojson::error_handler_t::replace); };
@@ -463,14 +591,15 @@ std::string dumpJson(const Snapshot &snapshot) {
       EntryKind kinds[2];
       const char *name;
    };
-   for (const Group &g : {Group{{EntryKind::List, EntryKind::List}, "lists"},
-                          Group{{EntryKind::Record, EntryKind::Record}, "records"},
-                          Group{{EntryKind::Data, EntryKind::Data}, "data"},
-                          Group{{EntryKind::DevInfo, EntryKind::DevInfo}, "devinfo"},
-                          Group{{EntryKind::Set, EntryKind::SetAny}, "sets"}}) {
+   for (const Group &g :
+        {Group{{EntryKind::List, EntryKind::List}, "lists"}, Group{{EntryKind::Record, EntryKind::Record}, "records"},
+         Group{{EntryKind::Data, EntryKind::Data}, "data"}, Group{{EntryKind::DevInfo, EntryKind::DevInfo}, "devinfo"},
+         Group{{EntryKind::Set, EntryKind::SetAny}, "sets"}}) {
       std::vector<std::string> lines;
       for (const Entry &e : snapshot.entries) {
-         if (e.kind != g.kinds[0] && e.kind != g.kinds[1]) continue;
+         if (e.kind != g.kinds[0] && e.kind != g.kinds[1]) {
+            continue;
+         }
          ojson j;
          if (e.kind == EntryKind::DevInfo) {
             j["function"] = keysJson(e.keys);
@@ -478,11 +607,15 @@ std::string dumpJson(const Snapshot &snapshot) {
             j["node"] = e.node;
          }
          if (e.kind == EntryKind::List) {
-            if (!e.keys.empty()) j["parent"] = keysJson(e.keys);
+            if (!e.keys.empty()) {
+               j["parent"] = keysJson(e.keys);
+            }
          } else if (e.kind == EntryKind::Set) {
             j["input"] = keysJson(e.keys);
          } else if (e.kind == EntryKind::Record || e.kind == EntryKind::Data) {
-            if (!e.keys.empty()) j["keys"] = keysJson(e.keys);
+            if (!e.keys.empty()) {
+               j["keys"] = keysJson(e.keys);
+            }
          }
          bool isSet = e.kind == EntryKind::Set || e.kind == EntryKind::SetAny;
          if (e.status != 0 && !isSet) {
@@ -503,15 +636,21 @@ std::string dumpJson(const Snapshot &snapshot) {
          } else if (e.kind == EntryKind::DevInfo) {
             // The reply is padded with zeros to its full size when packed.
             size_t used = e.bytes.size();
-            while (used > 0 && e.bytes[used - 1] == 0) used--;
+            while (used > 0 && e.bytes[used - 1] == 0) {
+               used--;
+            }
             j["hex"] = toHex(std::span<const uint8_t>(e.bytes).first(used), true);
          } else if (!isSet || !e.bytes.empty()) {
             j["hex"] = toHex(e.bytes, true);
          }
-         if (isSet && e.status != 0) j["status"] = statusText(e.status);
+         if (isSet && e.status != 0) {
+            j["status"] = statusText(e.status);
+         }
          lines.push_back(line(j));
       }
-      if (lines.empty()) continue;
+      if (lines.empty()) {
+         continue;
+      }
       out += ",\n  \"" + std::string(g.name) + "\": [\n";
       for (size_t i = 0; i < lines.size(); i++) {
          out += "    " + lines[i] + (i + 1 < lines.size() ? ",\n" : "\n");
@@ -522,4 +661,4 @@ std::string dumpJson(const Snapshot &snapshot) {
    return out;
 }
 
-} // namespace zif
+}  // namespace zif

@@ -18,8 +18,8 @@
 #ifndef ZELLIBS_H
 #define ZELLIBS_H
 
-#include <stdint.h>
 #include <stddef.h>
+#include <stdint.h>
 
 #ifdef __cplusplus
 extern "C" {
@@ -28,23 +28,23 @@ extern "C" {
 typedef uint32_t ZLC_ReturnStatus;
 
 /* Status codes. The first group are the kernel's own; the second the library's. */
-#define ZLC_OK                     0x0u
-#define ZLC_FAILURE                0xbad0001u /* generic failure */
-#define ZLC_BAD_PARAM              0xbad0007u /* bad parameter */
-#define ZLC_NO_MEMORY              0xbad0014u /* out of memory */
-#define ZLC_LIMIT_EXCEEDED         0xbad0017u /* limit exceeded */
-#define ZLC_NOT_FOUND              0xbad0062u /* not found */
-#define ZLC_NOT_SUPPORTED          0xbad0094u /* not supported */
+#define ZLC_OK 0x0u
+#define ZLC_FAILURE 0xbad0001u        /* generic failure */
+#define ZLC_BAD_PARAM 0xbad0007u      /* bad parameter */
+#define ZLC_NO_MEMORY 0xbad0014u      /* out of memory */
+#define ZLC_LIMIT_EXCEEDED 0xbad0017u /* limit exceeded */
+#define ZLC_NOT_FOUND 0xbad0062u      /* not found */
+#define ZLC_NOT_SUPPORTED 0xbad0094u  /* not supported */
 
-#define ZLC_SNAP_NOT_A_SNAPSHOT    0xbad1001u /* the file is not a snapshot */
-#define ZLC_SNAP_BAD_VERSION       0xbad1002u /* unsupported snapshot format version */
-#define ZLC_SNAP_TRUNCATED         0xbad1003u /* the snapshot file is truncated */
-#define ZLC_SNAP_CORRUPT           0xbad1004u /* a checksum or structure check failed */
-#define ZLC_SNAP_CANNOT_OPEN       0xbad1005u /* the file cannot be opened or mapped */
-#define ZLC_SNAP_READ_ONLY         0xbad1006u /* a snapshot cannot be changed */
-#define ZLC_NO_SOURCE              0xbad1007u /* neither a host kernel nor a snapshot in use */
-#define ZLC_NO_SUCH_NODE           0xbad1008u /* the snapshot holds nothing for this node and keys */
-#define ZLC_WRITE_FAILED           0xbad1009u /* the simulator could not save its state */
+#define ZLC_SNAP_NOT_A_SNAPSHOT 0xbad1001u /* the file is not a snapshot */
+#define ZLC_SNAP_BAD_VERSION 0xbad1002u    /* unsupported snapshot format version */
+#define ZLC_SNAP_TRUNCATED 0xbad1003u      /* the snapshot file is truncated */
+#define ZLC_SNAP_CORRUPT 0xbad1004u        /* a checksum or structure check failed */
+#define ZLC_SNAP_CANNOT_OPEN 0xbad1005u    /* the file cannot be opened or mapped */
+#define ZLC_SNAP_READ_ONLY 0xbad1006u      /* a snapshot cannot be changed */
+#define ZLC_NO_SOURCE 0xbad1007u           /* neither a host kernel nor a snapshot in use */
+#define ZLC_NO_SUCH_NODE 0xbad1008u        /* the snapshot holds nothing for this node and keys */
+#define ZLC_WRITE_FAILED 0xbad1009u        /* the simulator could not save its state */
 
 /* Returns a constant text naming the status (never NULL). */
 const char *ZLC_ReturnStatusToString(ZLC_ReturnStatus status);
@@ -62,58 +62,58 @@ typedef struct ZIF_NodeObject {
 
 typedef uint16_t ZIF_NodeNumber;
 
-#define ZIF_NODE_LIST(X) \
-   X(hardware_acpi_tables) \
-   X(hardware_acpi_tables_buffers) \
-   X(hardware_chipset_rtc) \
-   X(hardware_cpu_cpuInfo) \
-   X(hardware_interrupts_cookieList) \
-   X(hardware_interrupts_cookieList_PCPU) \
-   X(hardware_interrupts_cookieList_UsageStatus) \
-   X(hardware_interrupts_cookieList_ZLCDevices) \
-   X(hardware_pci_seg) \
-   X(hardware_pci_seg_bus) \
-   X(hardware_pci_seg_bus_slot) \
-   X(hardware_pci_seg_bus_slot_func) \
-   X(hardware_pci_seg_bus_slot_func_pciConfigHeader) \
-   X(hardware_pci_seg_bus_slot_func_pciConfigSpace) \
-   X(hardware_pci_seg_bus_slot_func_pciExtConfigSpace) \
-   X(sched_Vcpus_stats_affinity) \
-   X(sched_Vcpus_stats_stateTimes) \
-   X(sched_Vcpus_stats_summaryStats) \
-   X(sched_globalStats_numPcpus) \
-   X(sched_groupPathNameToID) \
-   X(sched_groups_memAllocationInMB) \
-   X(sched_groups_members_groups) \
-   X(sched_groups_stats_cpuStatsDir_cpuLoadHistory_cpuLoadHistory1MinInPct) \
-   X(sched_groups_stats_cpuStatsDir_cpuLoadHistory_cpuLoadHistory5MinInPct) \
+#define ZIF_NODE_LIST(X)                                                     \
+   X(hardware_acpi_tables)                                                   \
+   X(hardware_acpi_tables_buffers)                                           \
+   X(hardware_chipset_rtc)                                                   \
+   X(hardware_cpu_cpuInfo)                                                   \
+   X(hardware_interrupts_cookieList)                                         \
+   X(hardware_interrupts_cookieList_PCPU)                                    \
+   X(hardware_interrupts_cookieList_UsageStatus)                             \
+   X(hardware_interrupts_cookieList_ZLCDevices)                              \
+   X(hardware_pci_seg)                                                       \
+   X(hardware_pci_seg_bus)                                                   \
+   X(hardware_pci_seg_bus_slot)                                              \
+   X(hardware_pci_seg_bus_slot_func)                                         \
+   X(hardware_pci_seg_bus_slot_func_pciConfigHeader)                         \
+   X(hardware_pci_seg_bus_slot_func_pciConfigSpace)                          \
+   X(hardware_pci_seg_bus_slot_func_pciExtConfigSpace)                       \
+   X(sched_Vcpus_stats_affinity)                                             \
+   X(sched_Vcpus_stats_stateTimes)                                           \
+   X(sched_Vcpus_stats_summaryStats)                                         \
+   X(sched_globalStats_numPcpus)                                             \
+   X(sched_groupPathNameToID)                                                \
+   X(sched_groups_memAllocationInMB)                                         \
+   X(sched_groups_members_groups)                                            \
+   X(sched_groups_stats_cpuStatsDir_cpuLoadHistory_cpuLoadHistory1MinInPct)  \
+   X(sched_groups_stats_cpuStatsDir_cpuLoadHistory_cpuLoadHistory5MinInPct)  \
    X(sched_groups_stats_cpuStatsDir_cpuLoadHistory_cpuLoadHistory15MinInPct) \
-   X(sched_groups_stats_memoryStats) \
-   X(system_bootCmdLine) \
-   X(system_bootMAC) \
-   X(system_bootOption) \
-   X(system_bootOptionFiles) \
-   X(system_bootOptionFiles_content) \
-   X(system_devicetree_devices) \
-   X(system_devicetree_devices_info) \
-   X(system_modules) \
-   X(system_modules_general) \
-   X(system_ntpclock_upTime) \
-   X(system_version) \
-   X(system_zelorfs_inodes) \
-   X(system_zelorfs_inodes_stats) \
-   X(system_zelorfs_ramdisks) \
-   X(system_zelorfs_ramdisks_stats) \
-   X(system_zelorfs_tardisks) \
-   X(system_zelorfs_tardisks_stats) \
-   X(userworld_cartel) \
-   X(userworld_cartel_child) \
-   X(userworld_cartel_cmdline) \
-   X(userworld_cartel_fd_cwd) \
-   X(userworld_cartel_fd_fds) \
-   X(userworld_cartel_mem_mmaps) \
-   X(world) \
-   X(world_info) \
+   X(sched_groups_stats_memoryStats)                                         \
+   X(system_bootCmdLine)                                                     \
+   X(system_bootMAC)                                                         \
+   X(system_bootOption)                                                      \
+   X(system_bootOptionFiles)                                                 \
+   X(system_bootOptionFiles_content)                                         \
+   X(system_devicetree_devices)                                              \
+   X(system_devicetree_devices_info)                                         \
+   X(system_modules)                                                         \
+   X(system_modules_general)                                                 \
+   X(system_ntpclock_upTime)                                                 \
+   X(system_version)                                                         \
+   X(system_zelorfs_inodes)                                                  \
+   X(system_zelorfs_inodes_stats)                                            \
+   X(system_zelorfs_ramdisks)                                                \
+   X(system_zelorfs_ramdisks_stats)                                          \
+   X(system_zelorfs_tardisks)                                                \
+   X(system_zelorfs_tardisks_stats)                                          \
+   X(userworld_cartel)                                                       \
+   X(userworld_cartel_child)                                                 \
+   X(userworld_cartel_cmdline)                                               \
+   X(userworld_cartel_fd_cwd)                                                \
+   X(userworld_cartel_fd_fds)                                                \
+   X(userworld_cartel_mem_mmaps)                                             \
+   X(world)                                                                  \
+   X(world_info)                                                             \
    X(world_name)
 
 #define ZIF_DECLARE_NODE_OBJECT(name) extern const ZIF_NodeObject ZIF_NODE_##name;
@@ -130,7 +130,7 @@ typedef struct ZIF_Param ZIF_Param;
 typedef struct ZIF_ParamList ZIF_ParamList;
 
 #define ZIF_PARAM_TYPE_OFFSET 28
-#define ZIF_PARAM_TYPE_INT    1u
+#define ZIF_PARAM_TYPE_INT 1u
 #define ZIF_PARAM_TYPE_STRING 2u
 
 ZIF_ParamList *ZIF_ParamListCreate(int kind, int capacity);
@@ -153,8 +153,8 @@ ZLC_ReturnStatus ZIF_ParamListGetString(ZIF_ParamList *list, int index, const ch
  * delivered.
  */
 typedef struct ZIFData {
-   uint32_t size;        /* bytes allocated */
-   uint32_t length;      /* bytes holding data */
+   uint32_t size;   /* bytes allocated */
+   uint32_t length; /* bytes holding data */
    unsigned char *bytes;
 } ZIFData;
 
@@ -164,8 +164,8 @@ void ZIFData_Destroy(ZIFData *data);
 
 /* Node operations. */
 ZLC_ReturnStatus ZIF_Get(ZIF_NodeNumber node, ZIF_ParamList *params, void *buffer, uint32_t length);
-ZLC_ReturnStatus ZIF_Set(ZIF_NodeNumber node, ZIF_ParamList *params, ZIF_ParamList *input,
-                         void *output, uint32_t outputLength);
+ZLC_ReturnStatus ZIF_Set(ZIF_NodeNumber node, ZIF_ParamList *params, ZIF_ParamList *input, void *output,
+                         uint32_t outputLength);
 ZLC_ReturnStatus ZIF_GetInstanceListAlloc(ZIF_NodeNumber node, ZIF_ParamList *params, ZIF_ParamList **list);
 ZLC_ReturnStatus ZIF_GetInstanceListAllocHint(ZIF_NodeNumber node, ZIF_ParamList *params, uint32_t hint,
                                               ZIF_ParamList **list);
@@ -189,8 +189,8 @@ ZLC_ReturnStatus ZlcSyscall_Init(int mode, int flags1, int flags2);
  */
 #define ZLC_SYSCALL_DEVINFO 1193
 #define ZLC_DEVINFO_REPLY_SIZE 1024
-ZLC_ReturnStatus ZlcSyscall_DevInfo(uint32_t segment, uint32_t bus, uint32_t slot, uint32_t function,
-                                    void *reply, int64_t *negErrno);
+ZLC_ReturnStatus ZlcSyscall_DevInfo(uint32_t segment, uint32_t bus, uint32_t slot, uint32_t function, void *reply,
+                                    int64_t *negErrno);
 
 /*
  * The device number of the in-memory root file system: 1 on a host, or the

@@ -21,8 +21,8 @@ public:
    // Copies min(buffer size, record size) bytes and zero-fills the rest.
    virtual ZLC_ReturnStatus getRecord(std::string_view node, const Keys &keys, std::span<uint8_t> buffer) = 0;
    virtual ZLC_ReturnStatus dataLength(std::string_view node, const Keys &keys, uint32_t &length) = 0;
-   virtual ZLC_ReturnStatus readData(std::string_view node, const Keys &keys, uint32_t offset,
-                                     std::span<uint8_t> out, uint32_t &delivered) = 0;
+   virtual ZLC_ReturnStatus readData(std::string_view node, const Keys &keys, uint32_t offset, std::span<uint8_t> out,
+                                     uint32_t &delivered) = 0;
    virtual ZLC_ReturnStatus set(std::string_view node, const Keys &keys, const Keys &input,
                                 std::span<uint8_t> output) = 0;
    virtual ZLC_ReturnStatus devInfo(const PciFunction &function, std::span<uint8_t, ZLC_DEVINFO_REPLY_SIZE> reply,
@@ -42,4 +42,4 @@ std::unique_ptr<Backend> makeFailingBackend(ZLC_ReturnStatus status);
 bool hostKernelPresent();
 std::unique_ptr<Backend> openHostBackend(ZLC_ReturnStatus &status);
 
-} // namespace zif
+}  // namespace zif

@@ -7,11 +7,13 @@
 
 namespace zif {
 
-bool hostKernelPresent() { return false; }
+bool hostKernelPresent() {
+   return false;
+}
 
 std::unique_ptr<Backend> openHostBackend(ZLC_ReturnStatus &status) {
    status = ZLC_OK;
    return makeFailingBackend(ZLC_NOT_SUPPORTED);
 }
 
-} // namespace zif
+}  // namespace zif

@@ -18,8 +18,12 @@ constexpr std::string_view kRtcNode = "hardware_chipset_rtc";
 constexpr std::string_view kMemAllocNode = "sched_groups_memAllocationInMB";
 
 void putS(std::vector<uint8_t> &rec, uint32_t offset, uint32_t width, int64_t v) {
-   if (rec.size() < offset + width) rec.resize(offset + width, 0);
-   for (uint32_t i = 0; i < width; i++) rec[offset + i] = static_cast<uint8_t>(static_cast<uint64_t>(v) >> (8 * i));
+   if (rec.size() < offset + width) {
+      rec.resize(offset + width, 0);
+   }
+   for (uint32_t i = 0; i < width; i++) {
+      rec[offset + i] = static_cast<uint8_t>(static_cast<uint64_t>(v) >> (8 * i));
+   }
 }
 
 // Where a field lives: from the layout table when it has the field, else the
@@ -27,7 +31,9 @@ void putS(std::vector<uint8_t> &rec, uint32_t offset, uint32_t width, int64_t v)
 std::pair<uint32_t, uint32_t> fieldPlace(std::string_view node, std::string_view field, uint32_t offset,
                                          uint32_t width) {
    if (const RecordLayout *l = findLayout(node)) {
-      if (const FieldLayout *f = findField(*l, field)) return {f->offset, f->width};
+      if (const FieldLayout *f = findField(*l, field)) {
+         return {f->offset, f->width};
+      }
    }
    return {offset, width};
 }
@@ -46,9 +52,15 @@ public:
    ZLC_ReturnStatus set(std::string_view node, const Keys &keys, const Keys &input,
                         std::span<uint8_t> output) override {
       ZLC_ReturnStatus status;
-      if (storedSetAnswer(node, input, output, status)) return status;
-      if (node == kRtcNode) return setClock(input);
-      if (node == kMemAllocNode) return setMemAllocation(keys, input);
+      if (storedSetAnswer(node, input, output, status)) {
+         return status;
+      }
+      if (node == kRtcNode) {
+         return setClock(input);
+      }
+      if (node == kMemAllocNode) {
+         return setMemAllocation(keys, input);
+      }
       return ZLC_NOT_SUPPORTED;
    }
 
@@ -56,9 +68,13 @@ private:
    // Input: month, day, year, hour, minute, second, each a 32-bit value
    // widened to 64 bits.
    ZLC_ReturnStatus setClock(const Keys &input) {
-      if (input.size() != 6) return ZLC_BAD_PARAM;
+      if (input.size() != 6) {
+         return ZLC_BAD_PARAM;
+      }
       for (const Key &k : input) {
-         if (k.type != KeyType::Int) return ZLC_BAD_PARAM;
+         if (k.type != KeyType::Int) {
+            return ZLC_BAD_PARAM;
+         }
       }
       static constexpr const char *kOrder[] = {"month", "day", "year", "hour", "minute", "second"};
       static constexpr uint32_t kFallback[] = {16, 12, 20, 0, 4, 8};
@@ -73,11 +89,15 @@ private:
 
    // Keys: the group ID. Input: texts "min=N" and/or "max=N".
    ZLC_ReturnStatus setMemAllocation(const Keys &keys, const Keys &input) {
-      if (keys.size() != 1 || keys[0].type != KeyType::Int || input.empty()) return ZLC_BAD_PARAM;
+      if (keys.size() != 1 || keys[0].type != KeyType::Int || input.empty()) {
+         return ZLC_BAD_PARAM;
+      }
       std::optional<int64_t> min, max;
       for (const Key &k : input) {
          int64_t v;
-         if (k.type != KeyType::Text) return ZLC_BAD_PARAM;
+         if (k.type != KeyType::Text) {
+            return ZLC_BAD_PARAM;
+         }
          if (parseSetting(k.text, "min", v)) {
             min = v;
          } else if (parseSetting(k.text, "max", v)) {
@@ -105,10 +125,14 @@ private:
    ZLC_ReturnStatus update(std::string_view node, const Keys &keys, uint32_t length, Change change) {
       Snapshot model;
       ZLC_ReturnStatus s = reader_.toModel(model);
-      if (s != ZLC_OK) return s;
+      if (s != ZLC_OK) {
+         return s;
+      }
       Entry *target = nullptr;
       for (Entry &e : model.entries) {
-         if (e.kind == EntryKind::Record && e.node == node && e.keys == keys) target = &e;
+         if (e.kind == EntryKind::Record && e.node == node && e.keys == keys) {
+            target = &e;
+         }
       }
       if (!target) {
          model.entries.push_back({EntryKind::Record, std::string(node), keys, 0, {}, {}, {}});
@@ -118,7 +142,9 @@ private:
          target->status = 0;
          target->bytes.clear();
       }
-      if (target->bytes.size() < length) target->bytes.resize(length, 0);
+      if (target->bytes.size() < length) {
+         target->bytes.resize(length, 0);
+      }
       change(target->bytes);
       try {
          writeFileAtomic(path_, [&](Sink &sink) { writeSnapshot(model, sink); });
@@ -129,7 +155,7 @@ private:
    }
 };
 
-} // namespace
+}  // namespace
 
 std::unique_ptr<Backend> openSimulatorBackend(const std::string &path, ZLC_ReturnStatus &status) {
    // Writes replace the file itself, not a symbolic link that names it.
@@ -140,8 +166,10 @@ std::unique_ptr<Backend> openSimulatorBackend(const std::string &path, ZLC_Retur
    }
    auto b = std::make_unique<SimulatorBackend>();
    status = b->load(real);
-   if (status != ZLC_OK) return nullptr;
+   if (status != ZLC_OK) {
+      return nullptr;
+   }
    return b;
 }
 
-} // namespace zif
+}  // namespace zif

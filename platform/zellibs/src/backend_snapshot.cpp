@@ -9,7 +9,9 @@ namespace zif {
 ZLC_ReturnStatus SnapshotBackend::load(const std::string &path) {
    path_ = path;
    ZLC_ReturnStatus s = file_.open(path);
-   if (s == ZLC_OK) s = reader_.open(file_);
+   if (s == ZLC_OK) {
+      s = reader_.open(file_);
+   }
    if (s != ZLC_OK) {
       reader_ = Reader();
       file_.close();
@@ -20,25 +22,35 @@ ZLC_ReturnStatus SnapshotBackend::load(const std::string &path) {
 ZLC_ReturnStatus SnapshotBackend::lookup(EntryKind kind, std::string_view node, const Keys &keys,
                                          std::span<const uint8_t> &payload) {
    auto i = reader_.find(kind, node, encodeKeys(keys));
-   if (!i) return ZLC_NO_SUCH_NODE;
+   if (!i) {
+      return ZLC_NO_SUCH_NODE;
+   }
    IndexEntry e = reader_.entry(*i);
-   if (e.status != 0) return e.status;
+   if (e.status != 0) {
+      return e.status;
+   }
    return reader_.payload(*i, payload);
 }
 
 ZLC_ReturnStatus SnapshotBackend::listInstances(std::string_view node, const Keys &parent, Keys &out) {
    std::span<const uint8_t> payload;
    ZLC_ReturnStatus s = lookup(EntryKind::List, node, parent, payload);
-   if (s != ZLC_OK) return s;
+   if (s != ZLC_OK) {
+      return s;
+   }
    return decodeKeys(payload, out) ? ZLC_OK : ZLC_SNAP_CORRUPT;
 }
 
 ZLC_ReturnStatus SnapshotBackend::getRecord(std::string_view node, const Keys &keys, std::span<uint8_t> buffer) {
    std::span<const uint8_t> payload;
    ZLC_ReturnStatus s = lookup(EntryKind::Record, node, keys, payload);
-   if (s != ZLC_OK) return s;
+   if (s != ZLC_OK) {
+      return s;
+   }
    size_t n = std::min(buffer.size(), payload.size());
-   if (n) std::memcpy(buffer.data(), payload.data(), n);
+   if (n) {
+      std::memcpy(buffer.data(), payload.data(), n);
+   }
    std::fill(buffer.begin() + static_cast<ptrdiff_t>(n), buffer.end(), 0);
    return ZLC_OK;
 }
@@ -46,7 +58,9 @@ ZLC_ReturnStatus SnapshotBackend::getRecord(std::string_view node, const Keys &k
 ZLC_ReturnStatus SnapshotBackend::dataLength(std::string_view node, const Keys &keys, uint32_t &length) {
    std::span<const uint8_t> payload;
    ZLC_ReturnStatus s = lookup(EntryKind::Data, node, keys, payload);
-   if (s == ZLC_OK) length = static_cast<uint32_t>(payload.size());
+   if (s == ZLC_OK) {
+      length = static_cast<uint32_t>(payload.size());
+   }
    return s;
 }
 
@@ -54,11 +68,15 @@ ZLC_ReturnStatus SnapshotBackend::readData(std::string_view node, const Keys &ke
                                            std::span<uint8_t> out, uint32_t &delivered) {
    std::span<const uint8_t> payload;
    ZLC_ReturnStatus s = lookup(EntryKind::Data, node, keys, payload);
-   if (s != ZLC_OK) return s;
+   if (s != ZLC_OK) {
+      return s;
+   }
    delivered = 0;
    if (offset < payload.size()) {
       size_t n = std::min(out.size(), payload.size() - offset);
-      if (n) std::memcpy(out.data(), payload.data() + offset, n);
+      if (n) {
+         std::memcpy(out.data(), payload.data() + offset, n);
+      }
       delivered = static_cast<uint32_t>(n);
    }
    return ZLC_OK;
@@ -68,13 +86,21 @@ bool SnapshotBackend::storedSetAnswer(std::string_view node, const Keys &input, 
                                       ZLC_ReturnStatus &status) {
    std::string key = encodeKeys(input);
    auto i = reader_.find(EntryKind::Set, node, key);
-   if (!i) i = reader_.find(EntryKind::SetAny, node, "");
-   if (!i) return false;
+   if (!i) {
+      i = reader_.find(EntryKind::SetAny, node, "");
+   }
+   if (!i) {
+      return false;
+   }
    std::span<const uint8_t> payload;
    status = reader_.payload(*i, payload);
-   if (status != ZLC_OK) return true;
+   if (status != ZLC_OK) {
+      return true;
+   }
    size_t n = std::min(output.size(), payload.size());
-   if (n) std::memcpy(output.data(), payload.data(), n);
+   if (n) {
+      std::memcpy(output.data(), payload.data(), n);
+   }
    std::fill(output.begin() + static_cast<ptrdiff_t>(n), output.end(), 0);
    status = reader_.entry(*i).status;
    return true;
@@ -83,18 +109,24 @@ bool SnapshotBackend::storedSetAnswer(std::string_view node, const Keys &input, 
 ZLC_ReturnStatus SnapshotBackend::set(std::string_view node, const Keys &, const Keys &input,
                                       std::span<uint8_t> output) {
    ZLC_ReturnStatus status;
-   if (storedSetAnswer(node, input, output, status)) return status;
+   if (storedSetAnswer(node, input, output, status)) {
+      return status;
+   }
    return ZLC_SNAP_READ_ONLY;
 }
 
-ZLC_ReturnStatus SnapshotBackend::devInfo(const PciFunction &function,
-                                          std::span<uint8_t, ZLC_DEVINFO_REPLY_SIZE> reply, int64_t &negErrno) {
+ZLC_ReturnStatus SnapshotBackend::devInfo(const PciFunction &function, std::span<uint8_t, ZLC_DEVINFO_REPLY_SIZE> reply,
+                                          int64_t &negErrno) {
    negErrno = 0;
    Keys keys;
-   for (uint32_t v : function) keys.push_back(Key::ofInt(v));
+   for (uint32_t v : function) {
+      keys.push_back(Key::ofInt(v));
+   }
    std::span<const uint8_t> payload;
    ZLC_ReturnStatus s = lookup(EntryKind::DevInfo, {}, keys, payload);
-   if (s != ZLC_OK) return s;
+   if (s != ZLC_OK) {
+      return s;
+   }
    std::fill(reply.begin(), reply.end(), 0);
    std::memcpy(reply.data(), payload.data(), std::min(reply.size(), payload.size()));
    return ZLC_OK;
@@ -112,7 +144,9 @@ uint64_t SnapshotBackend::rootDevice() {
 std::unique_ptr<Backend> openSnapshotBackend(const std::string &path, ZLC_ReturnStatus &status) {
    auto b = std::make_unique<SnapshotBackend>();
    status = b->load(path);
-   if (status != ZLC_OK) return nullptr;
+   if (status != ZLC_OK) {
+      return nullptr;
+   }
    return b;
 }
 
@@ -126,9 +160,7 @@ public:
    ZLC_ReturnStatus readData(std::string_view, const Keys &, uint32_t, std::span<uint8_t>, uint32_t &) override {
       return status_;
    }
-   ZLC_ReturnStatus set(std::string_view, const Keys &, const Keys &, std::span<uint8_t>) override {
-      return status_;
-   }
+   ZLC_ReturnStatus set(std::string_view, const Keys &, const Keys &, std::span<uint8_t>) override { return status_; }
    ZLC_ReturnStatus devInfo(const PciFunction &, std::span<uint8_t, ZLC_DEVINFO_REPLY_SIZE>, int64_t &e) override {
       e = 0;
       return status_;
@@ -138,10 +170,10 @@ public:
 private:
    ZLC_ReturnStatus status_;
 };
-} // namespace
+}  // namespace
 
 std::unique_ptr<Backend> makeFailingBackend(ZLC_ReturnStatus status) {
    return std::make_unique<FailingBackend>(status);
 }
 
-} // namespace zif
+}  // namespace zif

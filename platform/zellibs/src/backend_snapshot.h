@@ -15,8 +15,7 @@ public:
    ZLC_ReturnStatus dataLength(std::string_view node, const Keys &keys, uint32_t &length) override;
    ZLC_ReturnStatus readData(std::string_view node, const Keys &keys, uint32_t offset, std::span<uint8_t> out,
                              uint32_t &delivered) override;
-   ZLC_ReturnStatus set(std::string_view node, const Keys &keys, const Keys &input,
-                        std::span<uint8_t> output) override;
+   ZLC_ReturnStatus set(std::string_view node, const Keys &keys, const Keys &input, std::span<uint8_t> output) override;
    ZLC_ReturnStatus devInfo(const PciFunction &function, std::span<uint8_t, ZLC_DEVINFO_REPLY_SIZE> reply,
                             int64_t &negErrno) override;
    bool signature(Signature &out) override;
@@ -24,15 +23,13 @@ public:
 
 protected:
    // A stored answer for a set of node with these input values, if any.
-   bool storedSetAnswer(std::string_view node, const Keys &input, std::span<uint8_t> output,
-                        ZLC_ReturnStatus &status);
+   bool storedSetAnswer(std::string_view node, const Keys &input, std::span<uint8_t> output, ZLC_ReturnStatus &status);
    // Finds an entry; on success payload holds its verified bytes.
-   ZLC_ReturnStatus lookup(EntryKind kind, std::string_view node, const Keys &keys,
-                           std::span<const uint8_t> &payload);
+   ZLC_ReturnStatus lookup(EntryKind kind, std::string_view node, const Keys &keys, std::span<const uint8_t> &payload);
 
    std::string path_;
    MappedFile file_;
    Reader reader_;
 };
 
-} // namespace zif
+}  // namespace zif

@@ -4,8 +4,8 @@
 #include "zellibs.h"
 
 #include "backend.h"
-#include "zifformat/layouts.h"
 #include "zellibs_testing.h"
+#include "zifformat/layouts.h"
 
 #include <cctype>
 #include <cstddef>
@@ -27,7 +27,7 @@ static_assert(offsetof(ZIF_Param, type) == ZIF_PARAM_TYPE_OFFSET);
 
 struct ZIF_ParamList {
    int kind;
-   std::vector<ZIF_Param *> params; // owned; pointers stay valid as the list grows
+   std::vector<ZIF_Param *> params;  // owned; pointers stay valid as the list grows
 };
 
 namespace {
@@ -45,9 +45,13 @@ void freeParam(ZIF_Param *p) {
 }
 
 ZLC_ReturnStatus addParam(ZIF_ParamList *list, uint32_t type, int64_t number, const char *text) {
-   if (!list) return ZLC_BAD_PARAM;
+   if (!list) {
+      return ZLC_BAD_PARAM;
+   }
    ZIF_Param *p = new (std::nothrow) ZIF_Param{number, nullptr, 0, 0, type};
-   if (!p) return ZLC_NO_MEMORY;
+   if (!p) {
+      return ZLC_NO_MEMORY;
+   }
    if (text) {
       p->text = strdup(text);
       if (!p->text) {
@@ -66,7 +70,9 @@ ZLC_ReturnStatus addParam(ZIF_ParamList *list, uint32_t type, int64_t number, co
 
 Keys toKeys(const ZIF_ParamList *list) {
    Keys keys;
-   if (!list) return keys;
+   if (!list) {
+      return keys;
+   }
    keys.reserve(list->params.size());
    for (const ZIF_Param *p : list->params) {
       if (p->type == ZIF_PARAM_TYPE_INT) {
@@ -82,7 +88,9 @@ Keys toKeys(const ZIF_ParamList *list) {
 
 ZIF_ParamList *fromKeys(const Keys &keys) {
    ZIF_ParamList *list = ZIF_ParamListCreate(1, static_cast<int>(keys.size()));
-   if (!list) return nullptr;
+   if (!list) {
+      return nullptr;
+   }
    for (const Key &k : keys) {
       ZLC_ReturnStatus s = k.type == KeyType::Int    ? addParam(list, ZIF_PARAM_TYPE_INT, k.number, nullptr)
                            : k.type == KeyType::Text ? addParam(list, ZIF_PARAM_TYPE_STRING, 0, k.text.c_str())
@@ -99,9 +107,13 @@ ZIF_ParamList *fromKeys(const Keys &keys) {
 // exceptions from the back end.
 template <typename Op>
 ZLC_ReturnStatus nodeOp(ZIF_NodeNumber node, Op op) {
-   if (!gSource) return ZLC_NO_SOURCE;
+   if (!gSource) {
+      return ZLC_NO_SOURCE;
+   }
    auto name = nodeName(node);
-   if (!name) return ZLC_BAD_PARAM;
+   if (!name) {
+      return ZLC_BAD_PARAM;
+   }
    try {
       return op(*name);
    } catch (const std::bad_alloc &) {
@@ -116,7 +128,7 @@ const char *simulatorPath() {
    return p && *p ? p : nullptr;
 }
 
-} // namespace
+}  // namespace
 
 void zif::resetSource() {
    gSource.reset();
@@ -127,31 +139,52 @@ extern "C" {
 
 const char *ZLC_ReturnStatusToString(ZLC_ReturnStatus status) {
    switch (status) {
-   case ZLC_OK: return "Success";
-   case ZLC_FAILURE: return "Failure";
-   case ZLC_BAD_PARAM: return "Bad parameter";
-   case ZLC_NO_MEMORY: return "Out of memory";
-   case ZLC_LIMIT_EXCEEDED: return "Limit exceeded";
-   case ZLC_NOT_FOUND: return "Not found";
-   case ZLC_NOT_SUPPORTED: return "Not supported";
-   case ZLC_SNAP_NOT_A_SNAPSHOT: return "Not a snapshot file";
-   case ZLC_SNAP_BAD_VERSION: return "Unsupported snapshot format version";
-   case ZLC_SNAP_TRUNCATED: return "Snapshot file is truncated";
-   case ZLC_SNAP_CORRUPT: return "Snapshot file is corrupt";
-   case ZLC_SNAP_CANNOT_OPEN: return "Cannot open snapshot file";
-   case ZLC_SNAP_READ_ONLY: return "Snapshot is read-only";
-   case ZLC_NO_SOURCE: return "No sysinfo source";
-   case ZLC_NO_SUCH_NODE: return "No such node in snapshot";
-   case ZLC_WRITE_FAILED: return "Cannot save simulator state";
-   default: return "Unknown status";
+      case ZLC_OK:
+         return "Success";
+      case ZLC_FAILURE:
+         return "Failure";
+      case ZLC_BAD_PARAM:
+         return "Bad parameter";
+      case ZLC_NO_MEMORY:
+         return "Out of memory";
+      case ZLC_LIMIT_EXCEEDED:
+         return "Limit exceeded";
+      case ZLC_NOT_FOUND:
+         return "Not found";
+      case ZLC_NOT_SUPPORTED:
+         return "Not supported";
+      case ZLC_SNAP_NOT_A_SNAPSHOT:
+         return "Not a snapshot file";
+      case ZLC_SNAP_BAD_VERSION:
+         return "Unsupported snapshot format version";
+      case ZLC_SNAP_TRUNCATED:
+         return "Snapshot file is truncated";
+      case ZLC_SNAP_CORRUPT:
+         return "Snapshot file is corrupt";
+      case ZLC_SNAP_CANNOT_OPEN:
+         return "Cannot open snapshot file";
+      case ZLC_SNAP_READ_ONLY:
+         return "Snapshot is read-only";
+      case ZLC_NO_SOURCE:
+         return "No sysinfo source";
+      case ZLC_NO_SUCH_NODE:
+         return "No such node in snapshot";
+      case ZLC_WRITE_FAILED:
+         return "Cannot save simulator state";
+      default:
+         return "Unknown status";
    }
 }
 
 ZIF_ParamList *ZIF_ParamListCreate(int kind, int capacity) {
    ZIF_ParamList *list = new (std::nothrow) ZIF_ParamList{kind, {}};
-   if (!list) return nullptr;
+   if (!list) {
+      return nullptr;
+   }
    try {
-      if (capacity > 0) list->params.reserve(static_cast<size_t>(std::min(capacity, 1024)));
+      if (capacity > 0) {
+         list->params.reserve(static_cast<size_t>(std::min(capacity, 1024)));
+      }
    } catch (const std::bad_alloc &) {
       delete list;
       return nullptr;
@@ -160,8 +193,12 @@ ZIF_ParamList *ZIF_ParamListCreate(int kind, int capacity) {
 }
 
 void ZIF_ParamListDestroy(ZIF_ParamList *list) {
-   if (!list) return;
-   for (ZIF_Param *p : list->params) freeParam(p);
+   if (!list) {
+      return;
+   }
+   for (ZIF_Param *p : list->params) {
+      freeParam(p);
+   }
    delete list;
 }
 
@@ -170,7 +207,9 @@ ZLC_ReturnStatus ZIF_ParamListAddInt(ZIF_ParamList *list, int64_t value) {
 }
 
 ZLC_ReturnStatus ZIF_ParamListAddString(ZIF_ParamList *list, const char *text) {
-   if (!text) return ZLC_BAD_PARAM;
+   if (!text) {
+      return ZLC_BAD_PARAM;
+   }
    return addParam(list, ZIF_PARAM_TYPE_STRING, 0, text);
 }
 
@@ -190,7 +229,9 @@ uint32_t ZIF_ParamListNumInstances(const ZIF_ParamList *list) {
 }
 
 ZIF_Param *ZIF_ParamListGetParam(ZIF_ParamList *list, int index) {
-   if (!list || index < 0 || static_cast<size_t>(index) >= list->params.size()) return nullptr;
+   if (!list || index < 0 || static_cast<size_t>(index) >= list->params.size()) {
+      return nullptr;
+   }
    return list->params[static_cast<size_t>(index)];
 }
 
@@ -204,29 +245,39 @@ const char *ZIF_ParamGetString(const ZIF_Param *param) {
 
 ZLC_ReturnStatus ZIF_ParamListGetInt32(ZIF_ParamList *list, int index, int32_t *value) {
    ZIF_Param *p = ZIF_ParamListGetParam(list, index);
-   if (!p || !value || p->type != ZIF_PARAM_TYPE_INT) return ZLC_BAD_PARAM;
+   if (!p || !value || p->type != ZIF_PARAM_TYPE_INT) {
+      return ZLC_BAD_PARAM;
+   }
    *value = static_cast<int32_t>(p->number);
    return ZLC_OK;
 }
 
 ZLC_ReturnStatus ZIF_ParamListGetUInt64(ZIF_ParamList *list, int index, uint64_t *value) {
    ZIF_Param *p = ZIF_ParamListGetParam(list, index);
-   if (!p || !value || p->type != ZIF_PARAM_TYPE_INT) return ZLC_BAD_PARAM;
+   if (!p || !value || p->type != ZIF_PARAM_TYPE_INT) {
+      return ZLC_BAD_PARAM;
+   }
    *value = static_cast<uint64_t>(p->number);
    return ZLC_OK;
 }
 
 ZLC_ReturnStatus ZIF_ParamListGetString(ZIF_ParamList *list, int index, const char **text) {
    ZIF_Param *p = ZIF_ParamListGetParam(list, index);
-   if (!p || !text || p->type != ZIF_PARAM_TYPE_STRING) return ZLC_BAD_PARAM;
+   if (!p || !text || p->type != ZIF_PARAM_TYPE_STRING) {
+      return ZLC_BAD_PARAM;
+   }
    *text = p->text;
    return ZLC_OK;
 }
 
 ZIFData *ZIFData_Create(uint32_t size, const void *bytes, uint32_t byteCount) {
-   if (byteCount > size || (byteCount && !bytes)) return nullptr;
+   if (byteCount > size || (byteCount && !bytes)) {
+      return nullptr;
+   }
    ZIFData *d = static_cast<ZIFData *>(std::calloc(1, sizeof(ZIFData)));
-   if (!d) return nullptr;
+   if (!d) {
+      return nullptr;
+   }
    d->bytes = static_cast<unsigned char *>(std::calloc(size ? size : 1, 1));
    if (!d->bytes) {
       std::free(d);
@@ -234,11 +285,15 @@ ZIFData *ZIFData_Create(uint32_t size, const void *bytes, uint32_t byteCount) {
    }
    d->size = size;
    d->length = byteCount;
-   if (byteCount) std::memcpy(d->bytes, bytes, byteCount);
+   if (byteCount) {
+      std::memcpy(d->bytes, bytes, byteCount);
+   }
    return d;
 }
 
-void *ZIFData_GetData(ZIFData *data) { return data ? data->bytes : nullptr; }
+void *ZIFData_GetData(ZIFData *data) {
+   return data ? data->bytes : nullptr;
+}
 
 void ZIFData_Destroy(ZIFData *data) {
    if (data) {
@@ -248,7 +303,9 @@ void ZIFData_Destroy(ZIFData *data) {
 }
 
 ZLC_ReturnStatus ZIF_Get(ZIF_NodeNumber node, ZIF_ParamList *params, void *buffer, uint32_t length) {
-   if (!buffer && length) return ZLC_BAD_PARAM;
+   if (!buffer && length) {
+      return ZLC_BAD_PARAM;
+   }
    return nodeOp(node, [&](std::string_view name) {
       return gSource->getRecord(name, toKeys(params), {static_cast<uint8_t *>(buffer), length});
    });
@@ -257,18 +314,23 @@ ZLC_ReturnStatus ZIF_Get(ZIF_NodeNumber node, ZIF_ParamList *params, void *buffe
 ZLC_ReturnStatus ZIF_Set(ZIF_NodeNumber node, ZIF_ParamList *params, ZIF_ParamList *input, void *output,
                          uint32_t outputLength) {
    std::span<uint8_t> out;
-   if (output) out = {static_cast<uint8_t *>(output), outputLength};
-   return nodeOp(node,
-                 [&](std::string_view name) { return gSource->set(name, toKeys(params), toKeys(input), out); });
+   if (output) {
+      out = {static_cast<uint8_t *>(output), outputLength};
+   }
+   return nodeOp(node, [&](std::string_view name) { return gSource->set(name, toKeys(params), toKeys(input), out); });
 }
 
 ZLC_ReturnStatus ZIF_GetInstanceListAlloc(ZIF_NodeNumber node, ZIF_ParamList *params, ZIF_ParamList **list) {
-   if (!list) return ZLC_BAD_PARAM;
+   if (!list) {
+      return ZLC_BAD_PARAM;
+   }
    *list = nullptr;
    return nodeOp(node, [&](std::string_view name) {
       Keys keys;
       ZLC_ReturnStatus s = gSource->listInstances(name, toKeys(params), keys);
-      if (s != ZLC_OK) return s;
+      if (s != ZLC_OK) {
+         return s;
+      }
       *list = fromKeys(keys);
       return *list ? ZLC_OK : ZLC_NO_MEMORY;
    });
@@ -280,7 +342,9 @@ ZLC_ReturnStatus ZIF_GetInstanceListAllocHint(ZIF_NodeNumber node, ZIF_ParamList
 }
 
 ZLC_ReturnStatus ZIF_GetDataLength(ZIF_NodeNumber node, ZIF_ParamList *params, uint32_t *length) {
-   if (!length) return ZLC_BAD_PARAM;
+   if (!length) {
+      return ZLC_BAD_PARAM;
+   }
    return nodeOp(node, [&](std::string_view name) { return gSource->dataLength(name, toKeys(params), *length); });
 }
 
@@ -299,17 +363,23 @@ ZLC_ReturnStatus ZIF_SetData(ZIF_NodeNumber node, ZIF_ParamList *params, ZIFData
       uint32_t delivered = 0;
       std::span<uint8_t> out(output->bytes, std::min(count, output->size));
       ZLC_ReturnStatus s = gSource->readData(name, toKeys(params), offset, out, delivered);
-      if (s == ZLC_OK) output->length = delivered;
+      if (s == ZLC_OK) {
+         output->length = delivered;
+      }
       return s;
    });
 }
 
 ZLC_ReturnStatus ZIF_UseCache(const char *path, int) {
-   if (!path) return ZLC_BAD_PARAM;
+   if (!path) {
+      return ZLC_BAD_PARAM;
+   }
    try {
       ZLC_ReturnStatus status;
       auto backend = openSnapshotBackend(path, status);
-      if (!backend) return status;
+      if (!backend) {
+         return status;
+      }
       gSource = std::move(backend);
       return ZLC_OK;
    } catch (const std::bad_alloc &) {
@@ -318,9 +388,13 @@ ZLC_ReturnStatus ZIF_UseCache(const char *path, int) {
 }
 
 int ZIF_CheckSig(char *buffer, int bufferLength, const char **date) {
-   if (date) *date = libraryBuildDate();
+   if (date) {
+      *date = libraryBuildDate();
+   }
    Signature sig;
-   if (!gSource || !gSource->signature(sig) || sig.digest == librarySignatureDigest()) return 0;
+   if (!gSource || !gSource->signature(sig) || sig.digest == librarySignatureDigest()) {
+      return 0;
+   }
    if (buffer && bufferLength > 0) {
       size_t n = std::min(sig.date.size() + 1, static_cast<size_t>(bufferLength));
       std::memcpy(buffer, sig.date.c_str(), n);
@@ -328,14 +402,20 @@ int ZIF_CheckSig(char *buffer, int bufferLength, const char **date) {
    return 1;
 }
 
-int HostType_OSIsZLC(void) { return hostKernelPresent() ? 1 : 0; }
+int HostType_OSIsZLC(void) {
+   return hostKernelPresent() ? 1 : 0;
+}
 
-int HostType_OSIsSimulator(void) { return simulatorPath() ? 1 : 0; }
+int HostType_OSIsSimulator(void) {
+   return simulatorPath() ? 1 : 0;
+}
 
 // Prepares live access once: the host kernel, else the simulator. A source
 // chosen earlier (a snapshot from ZIF_UseCache) is kept.
 ZLC_ReturnStatus ZlcSyscall_Init(int, int, int) {
-   if (gSource) return ZLC_OK;
+   if (gSource) {
+      return ZLC_OK;
+   }
    try {
       ZLC_ReturnStatus status = ZLC_NO_SOURCE;
       if (hostKernelPresent()) {
@@ -362,47 +442,57 @@ ZLC_ReturnStatus ZlcSyscall_DevInfo(uint32_t segment, uint32_t bus, uint32_t slo
       s = ZLC_BAD_PARAM;
    } else if (gSource) {
       try {
-         s = gSource->devInfo({segment, bus, slot, function},
-                              std::span<uint8_t, ZLC_DEVINFO_REPLY_SIZE>(static_cast<uint8_t *>(reply),
-                                                                          ZLC_DEVINFO_REPLY_SIZE),
-                              err);
+         s = gSource->devInfo(
+               {segment, bus, slot, function},
+               std::span<uint8_t, ZLC_DEVINFO_REPLY_SIZE>(static_cast<uint8_t *>(reply), ZLC_DEVINFO_REPLY_SIZE), err);
       } catch (const std::bad_alloc &) {
          s = ZLC_NO_MEMORY;
       }
    }
-   if (negErrno) *negErrno = err;
+   if (negErrno) {
+      *negErrno = err;
+   }
    return s;
 }
 
-uint64_t ZlcSim_RootDevice(void) { return gSource ? gSource->rootDevice() : 1; }
+uint64_t ZlcSim_RootDevice(void) {
+   return gSource ? gSource->rootDevice() : 1;
+}
 
 char *StrUtil_TrimWhitespace(const char *text) {
-   if (!text) return nullptr;
+   if (!text) {
+      return nullptr;
+   }
    const char *begin = text;
-   while (*begin && std::isspace(static_cast<unsigned char>(*begin))) begin++;
+   while (*begin && std::isspace(static_cast<unsigned char>(*begin))) {
+      begin++;
+   }
    const char *end = begin + std::strlen(begin);
-   while (end > begin && std::isspace(static_cast<unsigned char>(end[-1]))) end--;
+   while (end > begin && std::isspace(static_cast<unsigned char>(end[-1]))) {
+      end--;
+   }
    return strndup(begin, static_cast<size_t>(end - begin));
 }
 
 // Scheduler states. Names longer than six characters are cut by the tools.
-#define ZIF_STATE(name) {{0, 0}, name}
+#define ZIF_STATE(name) \
+   { {0, 0}, name }
 const CpuSched_StateElement CpuSched_RunStateElements[] = {
-   ZIF_STATE("NEW"),    ZIF_STATE("ZOMBIE"), ZIF_STATE("READY"),  ZIF_STATE("RUN"),
-   ZIF_STATE("WAIT"),   ZIF_STATE("WAITB"),  ZIF_STATE("SUSPND"), ZIF_STATE("MIGRAT"),
-   ZIF_STATE("BUSYWT"), ZIF_STATE("HALTED"), ZIF_STATE("IDLE"),
+      ZIF_STATE("NEW"),    ZIF_STATE("ZOMBIE"), ZIF_STATE("READY"),  ZIF_STATE("RUN"),
+      ZIF_STATE("WAIT"),   ZIF_STATE("WAITB"),  ZIF_STATE("SUSPND"), ZIF_STATE("MIGRAT"),
+      ZIF_STATE("BUSYWT"), ZIF_STATE("HALTED"), ZIF_STATE("IDLE"),
 };
 const uint32_t CpuSched_NumRunStates = sizeof CpuSched_RunStateElements / sizeof CpuSched_RunStateElements[0];
 
 const CpuSched_StateElement CpuSched_WaitStateElements[] = {
-   ZIF_STATE("NONE"),   ZIF_STATE("ANY"),    ZIF_STATE("IDLE"),   ZIF_STATE("LOCK"),   ZIF_STATE("SEMA"),
-   ZIF_STATE("RWLOCK"), ZIF_STATE("EVENT"),  ZIF_STATE("SLEEP"),  ZIF_STATE("TIMER"),  ZIF_STATE("IO"),
-   ZIF_STATE("BLKIO"),  ZIF_STATE("NET"),    ZIF_STATE("RPC"),    ZIF_STATE("FS"),     ZIF_STATE("SWPIN"),
-   ZIF_STATE("MEM"),    ZIF_STATE("UWAIT"),  ZIF_STATE("FUTEX"),  ZIF_STATE("POLL"),   ZIF_STATE("PIPE"),
-   ZIF_STATE("SOCKET"), ZIF_STATE("SIGNAL"), ZIF_STATE("CHILD"),  ZIF_STATE("DRIVER"), ZIF_STATE("AIO"),
+      ZIF_STATE("NONE"),   ZIF_STATE("ANY"),    ZIF_STATE("IDLE"),  ZIF_STATE("LOCK"),   ZIF_STATE("SEMA"),
+      ZIF_STATE("RWLOCK"), ZIF_STATE("EVENT"),  ZIF_STATE("SLEEP"), ZIF_STATE("TIMER"),  ZIF_STATE("IO"),
+      ZIF_STATE("BLKIO"),  ZIF_STATE("NET"),    ZIF_STATE("RPC"),   ZIF_STATE("FS"),     ZIF_STATE("SWPIN"),
+      ZIF_STATE("MEM"),    ZIF_STATE("UWAIT"),  ZIF_STATE("FUTEX"), ZIF_STATE("POLL"),   ZIF_STATE("PIPE"),
+      ZIF_STATE("SOCKET"), ZIF_STATE("SIGNAL"), ZIF_STATE("CHILD"), ZIF_STATE("DRIVER"), ZIF_STATE("AIO"),
 };
 const uint32_t CpuSched_NumWaitStates = sizeof CpuSched_WaitStateElements / sizeof CpuSched_WaitStateElements[0];
 #undef ZIF_STATE
 static_assert(sizeof(CpuSched_StateElement) == 24 && offsetof(CpuSched_StateElement, name) == 16);
 
-} // extern "C"
+}  // extern "C"

@@ -4,11 +4,11 @@
 
 #include <gtest/gtest.h>
 
-#include <cstdio>
 #include <fcntl.h>
-#include <string>
 #include <sys/stat.h>
 #include <unistd.h>
+#include <cstdio>
+#include <string>
 
 using namespace capture;
 
@@ -38,7 +38,9 @@ TEST(BoundedReader, GivesUpOnAReadThatHangsAndGoesOn) {
 
    // Let the abandoned helper finish.
    int w = open(fifo.c_str(), O_WRONLY | O_NONBLOCK);
-   if (w >= 0) close(w);
+   if (w >= 0) {
+      close(w);
+   }
    unlink(fifo.c_str());
    unlink(file.c_str());
    rmdir(dir);
@@ -52,6 +54,8 @@ TEST(ListNumericDir, NumbersInNumericOrderOnly) {
    }
    EXPECT_EQ(ListNumericDir(dir), (std::vector<int>{0, 9, 10}));
    EXPECT_TRUE(ListNumericDir(std::string(dir) + "/none").empty());
-   for (const char *name : {"10", "9", "0", "self", "12a", "2147483648"}) rmdir((std::string(dir) + "/" + name).c_str());
+   for (const char *name : {"10", "9", "0", "self", "12a", "2147483648"}) {
+      rmdir((std::string(dir) + "/" + name).c_str());
+   }
    rmdir(dir);
 }

@@ -42,12 +42,13 @@ TEST(ParseStatus, NamespacePidsAndAllowedCpus) {
 }
 
 TEST(ParseMaps, PathsWithBlanksAnonymousMappingsAndBadLines) {
-   auto maps = ParseMaps("5600-5700 r-xp 00000000 fe:00 12    /usr/bin/a b\n"
-                         "7f00-7f10 rw-p 00000000 00:00 0 \n"
-                         "7ff0-8000 rw-p 00000000 00:00 0                          [stack]\n"
-                         "9000-8000 rw-p 00000000 00:00 0 /bad/range\n"
-                         "nonsense\n"
-                         "a000-b000 -w-s 00000000 00:05 77 /dev/shm/x (deleted)");
+   auto maps = ParseMaps(
+         "5600-5700 r-xp 00000000 fe:00 12    /usr/bin/a b\n"
+         "7f00-7f10 rw-p 00000000 00:00 0 \n"
+         "7ff0-8000 rw-p 00000000 00:00 0                          [stack]\n"
+         "9000-8000 rw-p 00000000 00:00 0 /bad/range\n"
+         "nonsense\n"
+         "a000-b000 -w-s 00000000 00:05 77 /dev/shm/x (deleted)");
    ASSERT_EQ(maps.size(), 4u);
    EXPECT_EQ(maps[0].path, "/usr/bin/a b");
    EXPECT_EQ(maps[0].end - maps[0].start, 0x100u);
@@ -59,14 +60,15 @@ TEST(ParseMaps, PathsWithBlanksAnonymousMappingsAndBadLines) {
 }
 
 TEST(ParseInterrupts, NumberedLinesCountsAndDevices) {
-   auto irqs = ParseInterrupts("           CPU0       CPU1       \n"
-                               "  0:         45          0   IO-APIC   2-edge      timer\n"
-                               " 24:       1000       2000  PCI-MSI 512000-edge      ahci[0000:00:1f.2], virtio0-input\n"
-                               " 28:          0          0 PCI-MSIX-0000:00:01.0   0-edge      virtio0-config\n"
-                               " 25:          0          0  PCI-MSI 512001-edge\n"
-                               "  7:          5\n"
-                               "NMI:          0          0   Non-maskable interrupts\n"
-                               "ERR:          0\n");
+   auto irqs = ParseInterrupts(
+         "           CPU0       CPU1       \n"
+         "  0:         45          0   IO-APIC   2-edge      timer\n"
+         " 24:       1000       2000  PCI-MSI 512000-edge      ahci[0000:00:1f.2], virtio0-input\n"
+         " 28:          0          0 PCI-MSIX-0000:00:01.0   0-edge      virtio0-config\n"
+         " 25:          0          0  PCI-MSI 512001-edge\n"
+         "  7:          5\n"
+         "NMI:          0          0   Non-maskable interrupts\n"
+         "ERR:          0\n");
    ASSERT_TRUE(irqs);
    EXPECT_EQ(irqs->cpus, 2u);
    ASSERT_EQ(irqs->lines.size(), 5u);
@@ -76,7 +78,7 @@ TEST(ParseInterrupts, NumberedLinesCountsAndDevices) {
    EXPECT_THAT(irqs->lines[1].devices, ElementsAre("ahci[0000:00:1f.2]", "virtio0-input"));
    EXPECT_THAT(irqs->lines[2].devices, ElementsAre("virtio0-config"));
    EXPECT_TRUE(irqs->lines[3].devices.empty());
-   EXPECT_THAT(irqs->lines[4].counts, ElementsAre(5u, 0u)); // a short line is padded with zeros
+   EXPECT_THAT(irqs->lines[4].counts, ElementsAre(5u, 0u));  // a short line is padded with zeros
    EXPECT_FALSE(ParseInterrupts(""));
 }
 
@@ -106,11 +108,12 @@ TEST(SmallFiles, UptimeLoadsCpuListsAndNumbers) {
 }
 
 TEST(ParseMountinfo, EscapesOptionalFieldsAndShortLines) {
-   auto mounts = ParseMountinfo("41 26 7:0 / /media/my\\040disk ro shared:5 master:1 - squashfs /dev/loop0 ro\n"
-                                "24 23 0:22 / /dev/shm rw - tmpfs tmpfs rw,size=1k\n"
-                                "25 23 0:22 / /no/separator rw tmpfs tmpfs\n"
-                                "short line\n"
-                                "26 23 0:22 / /trailing\\04 rw - tmpfs\n");
+   auto mounts = ParseMountinfo(
+         "41 26 7:0 / /media/my\\040disk ro shared:5 master:1 - squashfs /dev/loop0 ro\n"
+         "24 23 0:22 / /dev/shm rw - tmpfs tmpfs rw,size=1k\n"
+         "25 23 0:22 / /no/separator rw tmpfs tmpfs\n"
+         "short line\n"
+         "26 23 0:22 / /trailing\\04 rw - tmpfs\n");
    ASSERT_EQ(mounts.size(), 3u);
    EXPECT_EQ(mounts[0].mountPoint, "/media/my disk");
    EXPECT_EQ(mounts[0].fsType, "squashfs");

@@ -49,24 +49,24 @@ void FuzzContent(const std::uint8_t *data, std::size_t size) {
    std::size_t deliveredBytes = 0;
    std::string buffer;
    const bootoption::StreamOutcome outcome = bootoption::StreamContent(
-      total,
-      [&](std::uint32_t offset, std::uint32_t count) -> std::optional<std::span<char>> {
-         Check(count == std::min(total, bootoption::kContentPieceSize));
-         Check(offset < total);
-         if (reads >= deliveries.size()) {
-            return std::nullopt;
-         }
-         // Sizes up to a little more than asked for, so that an overlong
-         // delivery happens too.
-         const std::size_t n = deliveries[reads++] * (static_cast<std::size_t>(count) + 8) / 255;
-         buffer.assign(n, '\n');
-         for (std::size_t i = 0; i < n; ++i) {
-            buffer[i] = static_cast<char>(data[(offset + i) % size]);
-         }
-         deliveredBytes += std::min<std::size_t>(n, count);
-         return std::span<char>(buffer.data(), buffer.size());
-      },
-      [&](std::string_view text) { Check(text.find('\n') == std::string_view::npos); });
+         total,
+         [&](std::uint32_t offset, std::uint32_t count) -> std::optional<std::span<char>> {
+            Check(count == std::min(total, bootoption::kContentPieceSize));
+            Check(offset < total);
+            if (reads >= deliveries.size()) {
+               return std::nullopt;
+            }
+            // Sizes up to a little more than asked for, so that an overlong
+            // delivery happens too.
+            const std::size_t n = deliveries[reads++] * (static_cast<std::size_t>(count) + 8) / 255;
+            buffer.assign(n, '\n');
+            for (std::size_t i = 0; i < n; ++i) {
+               buffer[i] = static_cast<char>(data[(offset + i) % size]);
+            }
+            deliveredBytes += std::min<std::size_t>(n, count);
+            return std::span<char>(buffer.data(), buffer.size());
+         },
+         [&](std::string_view text) { Check(text.find('\n') == std::string_view::npos); });
    Check(reads <= deliveries.size() + 1);
    Check(outcome.offset == deliveredBytes);
    if (outcome.kind == bootoption::StreamOutcome::Kind::Done) {

@@ -18,8 +18,8 @@
 namespace {
 
 constexpr char kSmallMain[] =
-   "8086  Intel Corporation\n\t1237  440FX - 82441FX PMC [Natoma]\n\t\t1af4 1100  Qemu virtual machine\n"
-   "ffff  Illegal Vendor ID\nC 06  Bridge\n\t00  Host bridge\n";
+      "8086  Intel Corporation\n\t1237  440FX - 82441FX PMC [Natoma]\n\t\t1af4 1100  Qemu virtual machine\n"
+      "ffff  Illegal Vendor ID\nC 06  Bridge\n\t00  Host bridge\n";
 // Lookups are checked for this many entries at most, to keep each run short.
 constexpr int kCheckedEntries = 512;
 

@@ -20,12 +20,16 @@ uint64_t get64(const uint8_t *p) {
    return v;
 }
 
-void put64(uint8_t *p, uint64_t v) { std::memcpy(p, &v, sizeof v); }
+void put64(uint8_t *p, uint64_t v) {
+   std::memcpy(p, &v, sizeof v);
+}
 
 // Rewrites every checksum the input claims so that mutations get past them
 // and reach the structure checks behind.
 void fixChecksums(std::vector<uint8_t> &b) {
-   if (b.size() < zif::kHeaderSize) return;
+   if (b.size() < zif::kHeaderSize) {
+      return;
+   }
    auto inside = [&](uint64_t off, uint64_t len) { return off <= b.size() && len <= b.size() - off; };
    uint8_t *table = b.data() + zif::kSectionTableOffset;
    uint64_t dataOff = get64(table + 24 * 4), dataLen = get64(table + 24 * 4 + 8);
@@ -36,12 +40,16 @@ void fixChecksums(std::vector<uint8_t> &b) {
          uint64_t off = get64(entry + 16);
          uint32_t len;
          std::memcpy(&len, entry + 24, sizeof len);
-         if (off <= dataLen && len <= dataLen - off) put64(entry + 32, XXH3_64bits(b.data() + dataOff + off, len));
+         if (off <= dataLen && len <= dataLen - off) {
+            put64(entry + 32, XXH3_64bits(b.data() + dataOff + off, len));
+         }
       }
    }
    for (size_t i = 0; i < zif::kSectionCount; i++) {
       uint64_t off = get64(table + 24 * i), len = get64(table + 24 * i + 8);
-      if (inside(off, len)) put64(table + 24 * i + 16, XXH3_64bits(b.data() + off, len));
+      if (inside(off, len)) {
+         put64(table + 24 * i + 16, XXH3_64bits(b.data() + off, len));
+      }
    }
    put64(b.data() + zif::kHeaderChecksumOffset, XXH3_64bits(b.data(), zif::kHeaderChecksumOffset));
 }
@@ -58,7 +66,9 @@ void walk(std::span<const uint8_t> bytes) {
       std::string_view keyText(reinterpret_cast<const char *>(key.data()), key.size());
       // Every entry the index holds is found again by its own key.
       auto found = reader.find(e.kind, reader.entryNode(e), keyText);
-      if (!found || *found != i) std::abort();
+      if (!found || *found != i) {
+         std::abort();
+      }
       std::span<const uint8_t> payload;
       if (reader.payload(i, payload) == ZLC_OK && e.kind == zif::EntryKind::List) {
          zif::Keys keys;
@@ -73,7 +83,7 @@ void walk(std::span<const uint8_t> bytes) {
    }
 }
 
-} // namespace
+}  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
    walk({data, size});

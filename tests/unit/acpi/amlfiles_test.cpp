@@ -14,7 +14,9 @@
 
 namespace {
 
-std::string Safe(const std::array<unsigned char, 4> &bytes) { return SafeSignature(bytes); }
+std::string Safe(const std::array<unsigned char, 4> &bytes) {
+   return SafeSignature(bytes);
+}
 
 TEST(AmlFilesTest, SignaturesAreMadeSafeAsFileNames) {
    EXPECT_EQ(Safe({'D', 'S', 'D', 'T'}), "DSDT");
@@ -34,7 +36,7 @@ TEST(AmlFilesTest, TablesOfOneSignatureAreNumberedFromZero) {
 }
 
 class TableFileTest : public testing::Test {
- protected:
+protected:
    void SetUp() override {
       char dir[] = "/tmp/amlfiles-XXXXXX";
       ASSERT_NE(mkdtemp(dir), nullptr);

@@ -7,7 +7,9 @@
 
 namespace {
 
-std::string Hid(std::string_view busId) { return ParseIdFields(busId).h.text; }
+std::string Hid(std::string_view busId) {
+   return ParseIdFields(busId).h.text;
+}
 
 TEST(IdFieldsTest, FieldsAreSteppedOverToFindTheHid) {
    EXPECT_EQ(Hid("s5ABCDEh7PNP0A03"), "PNP0A03");
@@ -42,7 +44,7 @@ TEST(IdFieldsTest, AFieldThatCannotBeCopiedLeavesScanningAfterItsDigits) {
 TEST(IdFieldsTest, FieldsEndWithinSixtyFourBytesAndTheTerminator) {
    EXPECT_EQ(Hid(std::string(59, 'z') + "h3ABC"), "ABC");  // ends at byte 64
    EXPECT_EQ(Hid(std::string(60, 'z') + "h3ABC"), "");     // would end at byte 65
-   EXPECT_EQ(Hid(std::string("h4AB\0CD", 7)), "");  // runs past the terminator
+   EXPECT_EQ(Hid(std::string("h4AB\0CD", 7)), "");         // runs past the terminator
 }
 
 TEST(IdFieldsTest, ALaterFieldReplacesAnEarlierOne) {

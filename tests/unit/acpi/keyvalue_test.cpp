@@ -15,7 +15,7 @@ namespace {
 using Entries = std::vector<std::pair<std::string, std::string>>;
 
 class KeyValueTest : public testing::Test {
- protected:
+protected:
    void SetUp() override {
       char name[] = "/tmp/keyvalue-XXXXXX";
       const int fd = mkstemp(name);
@@ -60,7 +60,9 @@ TEST_F(KeyValueTest, LinesAreTrimmedBeforeTheyAreSplit) {
 
 TEST_F(KeyValueTest, TheTableDoublesWhenFullAndKeepsFileOrder) {
    std::string content;
-   for (int i = 0; i < 32; ++i) content += "K" + std::to_string(i) + "\tv" + std::to_string(i) + "\n";
+   for (int i = 0; i < 32; ++i) {
+      content += "K" + std::to_string(i) + "\tv" + std::to_string(i) + "\n";
+   }
    ASSERT_EQ(Load(content), 0u);
    EXPECT_EQ(table_.count, 32u);
    EXPECT_EQ(table_.room, 32u);

@@ -21,12 +21,12 @@ TEST(MessagesDeathTest, PanicCutsLongTextsTo1023Characters) {
 
 TEST(MessagesDeathTest, WarningReturns) {
    EXPECT_EXIT(
-      {
-         Warning("careful: %d", 42);
-         Warning("%s", std::string(1500, 'y').c_str());
-         std::exit(7);
-      },
-      testing::ExitedWithCode(7), "^careful: 42y{1023}$");
+         {
+            Warning("careful: %d", 42);
+            Warning("%s", std::string(1500, 'y').c_str());
+            std::exit(7);
+         },
+         testing::ExitedWithCode(7), "^careful: 42y{1023}$");
 }
 
 }  // namespace

@@ -63,7 +63,7 @@ TEST(BootOptionContent, MoreThanOnePieceIsPrintedWholeOnOneLine) {
    EXPECT_EQ(run.status, 0);
    EXPECT_EQ(run.err, "");
    EXPECT_TRUE(run.out == "Boot Option File Content big.cfg : " + expected + "\n")
-      << "output of " << run.out.size() << " bytes differs from the " << expected.size() << " expected";
+         << "output of " << run.out.size() << " bytes differs from the " << expected.size() << " expected";
    fs::remove_all(dir);
 }
 

@@ -70,8 +70,8 @@ TEST(StreamContent, LargeContentIsReadInFullPiecesAndJoinedWithoutASeam) {
 
    EXPECT_EQ(outcome.kind, StreamOutcome::Kind::Done);
    // Every request asks for a whole piece, the last one too.
-   const std::vector<std::pair<std::uint32_t, std::uint32_t>> wanted = {
-      {0, kContentPieceSize}, {kContentPieceSize, kContentPieceSize}};
+   const std::vector<std::pair<std::uint32_t, std::uint32_t>> wanted = {{0, kContentPieceSize},
+                                                                        {kContentPieceSize, kContentPieceSize}};
    EXPECT_EQ(source.requests, wanted);
    std::string expected = source.content;
    expected[kContentPieceSize - 1] = ' ';
@@ -132,14 +132,14 @@ TEST(StreamContent, AFailedReadStopsWithWhatWasPrinted) {
    std::string first = "abc";
    std::string printed;
    const StreamOutcome outcome = StreamContent(
-      6,
-      [&](std::uint32_t, std::uint32_t) -> std::optional<std::span<char>> {
-         if (calls++ == 0) {
-            return std::span<char>(first.data(), first.size());
-         }
-         return std::nullopt;
-      },
-      [&](std::string_view text) { printed += text; });
+         6,
+         [&](std::uint32_t, std::uint32_t) -> std::optional<std::span<char>> {
+            if (calls++ == 0) {
+               return std::span<char>(first.data(), first.size());
+            }
+            return std::nullopt;
+         },
+         [&](std::string_view text) { printed += text; });
    EXPECT_EQ(outcome.kind, StreamOutcome::Kind::ReadFailed);
    EXPECT_EQ(outcome.offset, 3u);
    EXPECT_EQ(printed, "abc");

@@ -8,7 +8,9 @@
 
 namespace {
 
-std::string Text(const std::vector<const char *> &names) { return irqinfo::DeviceText(names); }
+std::string Text(const std::vector<const char *> &names) {
+   return irqinfo::DeviceText(names);
+}
 
 TEST(DeviceText, DevicesJoinedWithoutATrailingSeparator) {
    EXPECT_EQ(Text({}), "");

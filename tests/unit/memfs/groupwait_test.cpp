@@ -21,15 +21,15 @@ struct ScriptedGroup {
 
    bool Wait(std::int64_t waitMicros) {
       return memfs::WaitForEmptyGroup(
-         waitMicros,
-         [this](std::uint32_t &count) {
-            const Answer answer = answers[static_cast<std::size_t>(checks++) % answers.size()];
-            if (answer.status == 0) {
-               count = answer.count;
-            }
-            return answer.status;
-         },
-         [this](std::int64_t micros) { slept += micros; });
+            waitMicros,
+            [this](std::uint32_t &count) {
+               const Answer answer = answers[static_cast<std::size_t>(checks++) % answers.size()];
+               if (answer.status == 0) {
+                  count = answer.count;
+               }
+               return answer.status;
+            },
+            [this](std::int64_t micros) { slept += micros; });
    }
 };
 

@@ -62,10 +62,12 @@ std::string Line(const std::string &label, int size, int inodes) {
    std::snprintf(text, sizeof text, "%38s: %12d\t\t(%5d inodes)\n", label.c_str(), size, inodes);
    return text;
 }
-std::string Heading(const std::string &path) { return "For '" + path + "':\n"; }
+std::string Heading(const std::string &path) {
+   return "For '" + path + "':\n";
+}
 
 class ZduTree : public testing::Test {
- protected:
+protected:
    void SetUp() override {
       zlcziftools_ = FindTool("zlcziftools");
       zifcache_ = FindTool("zifcache");
@@ -141,15 +143,16 @@ class ZduTree : public testing::Test {
    // Packs the snapshot and runs zdu with args in the tree's folder.
    ToolRun Zdu(std::vector<std::string> args, std::uint64_t rootDevice = 0) {
       const json snapshot = {
-         {"zifcache", 1},
-         {"simulator", {{"rootDevice", rootDevice != 0 ? rootDevice : rootDevice_}}},
-         {"lists",
-          {{{"node", "system_zelorfs_tardisks"}, {"instances", tardisks_}},
-           {{"node", "system_zelorfs_ramdisks"}, {"instances", ramdisks_}}}},
-         {"records", records_},
+            {"zifcache", 1},
+            {"simulator", {{"rootDevice", rootDevice != 0 ? rootDevice : rootDevice_}}},
+            {"lists",
+             {{{"node", "system_zelorfs_tardisks"}, {"instances", tardisks_}},
+              {{"node", "system_zelorfs_ramdisks"}, {"instances", ramdisks_}}}},
+            {"records", records_},
       };
       std::ofstream(dir_ / "host.json") << snapshot.dump(1);
-      const ToolRun pack = RunTool(zifcache_, {"pack", (dir_ / "host.json").string(), (dir_ / "host.zifc").string()}, dir_);
+      const ToolRun pack =
+            RunTool(zifcache_, {"pack", (dir_ / "host.json").string(), (dir_ / "host.zifc").string()}, dir_);
       EXPECT_EQ(pack.status, 0) << pack.err;
       args.insert(args.begin(), "zdu");
       return RunTool(zlcziftools_, args, dir_, InSimulator(dir_ / "host.zifc", dir_ / "tree"));
@@ -168,7 +171,7 @@ class ZduTree : public testing::Test {
 // top (ramdisk root) holds a file a, an empty file, and a directory sub on
 // the tardisk s.v00 holding a file deep.
 class ZduDepth : public ZduTree {
- protected:
+protected:
    void SetUp() override {
       ZduTree::SetUp();
       Dir("top", Ramdisk("root", 512));
@@ -192,8 +195,8 @@ TEST_F(ZduDepth, DefaultDepthPrintsTheOperandsEntriesThenTheOperand) {
 }
 
 TEST_F(ZduDepth, SummaryAndNonNumericDepthPrintOnlyTheOperand) {
-   for (const std::vector<std::string> &args : {std::vector<std::string>{"-s", "top"}, {"-d", "abc", "top"},
-                                                {"-a", "-s", "top"}}) {
+   for (const std::vector<std::string> &args :
+        {std::vector<std::string>{"-s", "top"}, {"-d", "abc", "top"}, {"-a", "-s", "top"}}) {
       const ToolRun run = Zdu(args);
       EXPECT_EQ(run.out, blockTop_) << args[0];
       EXPECT_EQ(run.err, "");
@@ -202,10 +205,9 @@ TEST_F(ZduDepth, SummaryAndNonNumericDepthPrintOnlyTheOperand) {
 }
 
 TEST_F(ZduDepth, AllAndNegativeDepthPrintEveryCountedPath) {
-   const std::string expected =
-      InListingOrder("top", {{"a", blockA_}, {"sub", blockDeep_ + blockSub_}}) + blockTop_;
-   for (const std::vector<std::string> &args : {std::vector<std::string>{"-a", "top"}, {"-d", "-1", "top"},
-                                                {"-s", "-d", "2", "top"}}) {
+   const std::string expected = InListingOrder("top", {{"a", blockA_}, {"sub", blockDeep_ + blockSub_}}) + blockTop_;
+   for (const std::vector<std::string> &args :
+        {std::vector<std::string>{"-a", "top"}, {"-d", "-1", "top"}, {"-s", "-d", "2", "top"}}) {
       const ToolRun run = Zdu(args);
       EXPECT_EQ(run.out, expected) << args[0];
       EXPECT_EQ(run.status, 0);
@@ -216,14 +218,15 @@ TEST_F(ZduDepth, IncludeEmptyPrintsAndCountsEmptyFiles) {
    const ToolRun run = Zdu({"-i", "top"});
    const std::string blockEmpty = Heading("top/empty") + Line("ramdisk root", 0);
    EXPECT_EQ(run.out, InListingOrder("top", {{"a", blockA_}, {"empty", blockEmpty}, {"sub", blockSub_}}) +
-                         Heading("top") + Line("ramdisk root", 612, 3) + Line("tardisk s.v00", 300, 2));
+                            Heading("top") + Line("ramdisk root", 612, 3) + Line("tardisk s.v00", 300, 2));
    EXPECT_EQ(run.status, 0);
 }
 
 TEST_F(ZduDepth, TrailingSlashGivesSingleSlashChildPaths) {
    const ToolRun run = Zdu({"-h", "top/sub/"});
-   EXPECT_EQ(run.out, "For 'top/sub/deep':\n                         tardisk s.v00:  300B\n"
-                      "For 'top/sub/':\n                         tardisk s.v00:  300B\t\t(    2 inodes)\n");
+   EXPECT_EQ(run.out,
+             "For 'top/sub/deep':\n                         tardisk s.v00:  300B\n"
+             "For 'top/sub/':\n                         tardisk s.v00:  300B\t\t(    2 inodes)\n");
    EXPECT_EQ(run.status, 0);
 }
 
@@ -260,7 +263,8 @@ TEST_F(ZduTree, DisksAgreeingInTheirFirst31CharactersShareABucket) {
    Dir("d/e", Ramdisk("ramdisk-whose-name-runs-past-31-one", 10));
    File("d/e/f", Ramdisk("ramdisk-whose-name-runs-past-31-two", 20));
    const ToolRun run = Zdu({"-s", "d"});
-   EXPECT_EQ(run.out, Heading("d") + Line("ramdisk root", 0, 1) + Line("ramdisk ramdisk-whose-name-runs-past-31", 30, 2));
+   EXPECT_EQ(run.out,
+             Heading("d") + Line("ramdisk root", 0, 1) + Line("ramdisk ramdisk-whose-name-runs-past-31", 30, 2));
    EXPECT_EQ(run.status, 0);
 }
 
@@ -273,7 +277,7 @@ TEST_F(ZduTree, DisksBeyondTheCapacityAreDroppedWithAMessage) {
    File("d/x/y", Ramdisk("r2", 4));
    const ToolRun run = Zdu({"d"});
    EXPECT_EQ(run.out, Heading("d/x") + Line("tardisk t1", 2, 1) + Line("ramdisk r2", 4, 1) + Heading("d") +
-                         Line("ramdisk r1", 1, 1) + Line("tardisk t1", 2, 1));
+                            Line("ramdisk r1", 1, 1) + Line("tardisk t1", 2, 1));
    EXPECT_EQ(run.err, "Not enough dustats buckets\n");
    EXPECT_EQ(run.status, 0);
 }
@@ -292,7 +296,7 @@ TEST_F(ZduTree, AnUnreadableInodeCountsNothingBelowIt) {
    Dir("d", Ramdisk("root", 0));
    Dir("d/lost", Ramdisk("tmp", 0));
    ASSERT_TRUE(fs::create_directory(Path("d/lost/inner")));  // no record needed: never reached
-   records_.erase(records_.end() - 1);                      // d/lost has no record either
+   records_.erase(records_.end() - 1);                       // d/lost has no record either
    const ToolRun run = Zdu({"d"});
    EXPECT_EQ(run.out, Heading("d") + Line("ramdisk root", 0, 1));
    EXPECT_EQ(run.err, "ZIF_Get error for 'd/lost' (No such node in snapshot)\n");

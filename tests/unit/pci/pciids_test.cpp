@@ -71,7 +71,7 @@ TEST(ParseIdAndName, FailuresBeforeTheSeparatorLeaveTheIdAndThoseAfterStoreIt) {
 
 // A hwdata directory of ID files written by the test.
 class IdFiles : public testing::Test {
- protected:
+protected:
    void SetUp() override {
       char dir[] = "/tmp/pciids-XXXXXX";
       ASSERT_NE(mkdtemp(dir), nullptr);
@@ -100,23 +100,23 @@ class IdFiles : public testing::Test {
 };
 
 constexpr char kClasses[] =
-   "ffff  Illegal Vendor ID\n"
-   "# classes\n"
-   "C 02  Network controller\n"
-   "\t00  Ethernet controller\n"
-   "\t80  Network controller\n"
-   "C 0c  Serial bus controller\n"
-   "\t03  USB controller\n"
-   "\t\t30  XHCI\n";
+      "ffff  Illegal Vendor ID\n"
+      "# classes\n"
+      "C 02  Network controller\n"
+      "\t00  Ethernet controller\n"
+      "\t80  Network controller\n"
+      "C 0c  Serial bus controller\n"
+      "\t03  USB controller\n"
+      "\t\t30  XHCI\n";
 
 constexpr char kMain[] =
-   "# main file\n"
-   "8086  Intel Corporation\n"
-   "\t1533  I210 Gigabit Network Connection\n"
-   "\t\t8086 0001  I210 Gigabit Network Connection (OEM)\n"
-   "\t\t\tthree tabs are skipped\n"
-   "\t1572  Ethernet Controller X710 for 10GbE SFP+\n"
-   "\t\t8086 0002  X710 Main Subsystem\n";
+      "# main file\n"
+      "8086  Intel Corporation\n"
+      "\t1533  I210 Gigabit Network Connection\n"
+      "\t\t8086 0001  I210 Gigabit Network Connection (OEM)\n"
+      "\t\t\tthree tabs are skipped\n"
+      "\t1572  Ethernet Controller X710 for 10GbE SFP+\n"
+      "\t\t8086 0002  X710 Main Subsystem\n";
 
 TEST_F(IdFiles, MainFileNamesVendorsDevicesSubsystemsAndClasses) {
    Write("pci.ids", std::string(kMain) + kClasses);
@@ -197,9 +197,9 @@ TEST_F(IdFiles, AMadeUpNameWithoutAnyVendorFailsTheBuild) {
    Write("pci.ids", std::string(kMain) + kClasses);
    Write("oem.pciids.d/a.ids", "# no vendor yet\n\t1533\n");
    EXPECT_EQ(Build(), "PCIBuildTable: " + Path("oem.pciids.d/a.ids") +
-                         ": can't synthesize device name for line 2\n"
-                         "PCIBuildTable: parsing problem: devices 0 nDevID 6\n"
-                         "failed to build PCI tables\n");
+                            ": can't synthesize device name for line 2\n"
+                            "PCIBuildTable: parsing problem: devices 0 nDevID 6\n"
+                            "failed to build PCI tables\n");
    EXPECT_EQ(nDevID, 0);
    EXPECT_EQ(nClass, 0);
    // Every lookup is numeric afterwards.
@@ -220,8 +220,10 @@ TEST_F(IdFiles, OnlyFilesEndingInLowerCaseIdsAreRead) {
 }
 
 TEST_F(IdFiles, NoFilesAtAllGiveBothMessagesAndNumericNames) {
-   EXPECT_EQ(Build(), "PCIBuildTable: no device entries in the PCI IDs files\npossible file corruption\n"
-                      "PCIBuildTable: no class entries in " + Path("pci.ids") + "\npossible file corruption\n");
+   EXPECT_EQ(Build(),
+             "PCIBuildTable: no device entries in the PCI IDs files\npossible file corruption\n"
+             "PCIBuildTable: no class entries in " +
+                   Path("pci.ids") + "\npossible file corruption\n");
    EXPECT_EQ(Names(0x8086, 0x1533), NamePair("Vendor 8086", "Device 1533"));
    EXPECT_EQ(Class(0x0106), NamePair("Unknown class 0106", ""));
 }
@@ -231,7 +233,7 @@ TEST_F(IdFiles, OverLongLinesAreCutAndReportedEachTimeTheyAreRead) {
    Write("pci.ids", "8086  Intel\n\t1533  " + longName + "\n#" + longName + "\n" + kClasses);
    // The counting pass and the filling pass each read the line once.
    const std::string message =
-      "ListGets: " + Path("pci.ids") + ": line 2 is more than 256 bytes long; ignoring the rest\n";
+         "ListGets: " + Path("pci.ids") + ": line 2 is more than 256 bytes long; ignoring the rest\n";
    EXPECT_EQ(Build(), message + message);
    // 255 characters kept: a tab, the ID, two blanks and 248 of the name; its
    // entry holds the first 127.
@@ -242,9 +244,9 @@ TEST_F(IdFiles, OverLongLinesAreCutAndReportedEachTimeTheyAreRead) {
 TEST_F(IdFiles, ACarriageReturnLineInTheVendorSectionFailsTheBuild) {
    Write("pci.ids", "8086  Intel\n\t1533  I210\n\r\n10de  NVIDIA\n" + std::string(kClasses));
    EXPECT_EQ(Build(), "PCIBuildTable: " + Path("pci.ids") +
-                         ": line 3 improperly formatted(1)\n"
-                         "PCIBuildTable: parsing problem: devices 2 nDevID 3\n"
-                         "failed to build PCI tables\n");
+                            ": line 3 improperly formatted(1)\n"
+                            "PCIBuildTable: parsing problem: devices 2 nDevID 3\n"
+                            "failed to build PCI tables\n");
    EXPECT_EQ(Names(0x8086, 0x1533), NamePair("Vendor 8086", "Device 1533"));
 }
 
@@ -261,16 +263,17 @@ TEST_F(IdFiles, MalformedClassSectionLines) {
    // section after closing what is open, and the count check then fails.
    Write("pci.ids", "8086  Intel\nffff\nC 02  Network\nstray\n\t00  Ethernet\n\tzz  bad\n\t01  Token ring\n");
    EXPECT_EQ(Build(), "PCIBuildTable: " + Path("pci.ids") + ": line 4 improperly formatted(8)\n" +
-                         "PCIBuildTable: " + Path("pci.ids") + ": line 6 improperly formatted(6)\n" +
-                         "PCIBuildTable: internal error: classes 3 nClass 4\n"
-                         "failed to build PCI tables\n");
+                            "PCIBuildTable: " + Path("pci.ids") + ": line 6 improperly formatted(6)\n" +
+                            "PCIBuildTable: internal error: classes 3 nClass 4\n"
+                            "failed to build PCI tables\n");
 }
 
 TEST_F(IdFiles, ASubsystemLineWithoutAnyVendor) {
    Write("pci.ids", "\t\t8086 0001  Orphan\n8086  Intel\n" + std::string(kClasses));
-   EXPECT_EQ(Build(), "PCIBuildTable: no vendor information for subvendor 08086: subsystem 00001"
-                      "PCIBuildTable: parsing problem: devices 0 nDevID 2\n"
-                      "failed to build PCI tables\n");
+   EXPECT_EQ(Build(),
+             "PCIBuildTable: no vendor information for subvendor 08086: subsystem 00001"
+             "PCIBuildTable: parsing problem: devices 0 nDevID 2\n"
+             "failed to build PCI tables\n");
 }
 
 TEST_F(IdFiles, ALongHwdataPathEndsTheProcess) {
@@ -280,7 +283,7 @@ TEST_F(IdFiles, ALongHwdataPathEndsTheProcess) {
 
 // The real pci.ids, as kept with the tests.
 class RealIds : public testing::Test {
- protected:
+protected:
    static void SetUpTestSuite() {
       testing::internal::CaptureStderr();
       PCIBuildTableFrom(fs::path(ZIF_TESTS_DIR) / "pci" / "data");
@@ -299,14 +302,15 @@ TEST_F(RealIds, BuildsWithoutMessagesAndNamesAVirtualMachinesFunctions) {
       const char *vendorName, *deviceName, *className;
    };
    const Case cases[] = {
-      {0x8086, 0x1237, 0, 0, 0x0600, "Intel Corporation", "440FX - 82441FX PMC [Natoma]", "Host bridge"},
-      {0x8086, 0x7010, 0, 0, 0x0101, "Intel Corporation", "82371SB PIIX3 IDE [Natoma/Triton II]", "IDE interface"},
-      {0x8086, 0x1237, 0x1af4, 0x1100, 0x0600, "Intel Corporation", "Qemu virtual machine", "Host bridge"},
-      {0x8086, 0x29c0, 0x1af4, 0x1100, 0x0600, "Intel Corporation", "QEMU Virtual Machine", "Host bridge"},
-      {0x1af4, 0x1000, 0x1af4, 0x0001, 0x0200, "Red Hat, Inc.", "Virtio network device", "Ethernet controller"},
-      {0x1af4, 0x1042, 0x1af4, 0x1100, 0x0100, "Red Hat, Inc.", "Virtio 1.0 block device", "SCSI storage controller"},
-      {0x8086, 0x100e, 0x8086, 0x001e, 0x0200, "Intel Corporation", "PRO/1000 MT Desktop Adapter",
-       "Ethernet controller"},
+         {0x8086, 0x1237, 0, 0, 0x0600, "Intel Corporation", "440FX - 82441FX PMC [Natoma]", "Host bridge"},
+         {0x8086, 0x7010, 0, 0, 0x0101, "Intel Corporation", "82371SB PIIX3 IDE [Natoma/Triton II]", "IDE interface"},
+         {0x8086, 0x1237, 0x1af4, 0x1100, 0x0600, "Intel Corporation", "Qemu virtual machine", "Host bridge"},
+         {0x8086, 0x29c0, 0x1af4, 0x1100, 0x0600, "Intel Corporation", "QEMU Virtual Machine", "Host bridge"},
+         {0x1af4, 0x1000, 0x1af4, 0x0001, 0x0200, "Red Hat, Inc.", "Virtio network device", "Ethernet controller"},
+         {0x1af4, 0x1042, 0x1af4, 0x1100, 0x0100, "Red Hat, Inc.", "Virtio 1.0 block device",
+          "SCSI storage controller"},
+         {0x8086, 0x100e, 0x8086, 0x001e, 0x0200, "Intel Corporation", "PRO/1000 MT Desktop Adapter",
+          "Ethernet controller"},
    };
    for (const Case &c : cases) {
       EXPECT_EQ(Names(c.vendor, c.device, c.subvendor, c.subdevice), NamePair(c.vendorName, c.deviceName));
@@ -322,7 +326,7 @@ TEST_F(RealIds, TheIndexAgreesWithAScanOfTheWholeTable) {
       for (const auto &[sv, sd] : {std::pair{e.subvendor, e.subdevice}, std::pair<std::uint16_t, std::uint16_t>{0, 0},
                                    std::pair<std::uint16_t, std::uint16_t>{0x1234, 0x5678}}) {
          ASSERT_EQ(PCIFindDeviceIndex(e.vendor, e.device, sv, sd), PCIFindDeviceIndexByScan(e.vendor, e.device, sv, sd))
-            << std::hex << e.vendor << ":" << e.device << " " << sv << ":" << sd;
+               << std::hex << e.vendor << ":" << e.device << " " << sv << ":" << sd;
       }
    }
 }

@@ -29,7 +29,7 @@ using testtools::RunTool;
 using testtools::ToolRun;
 
 class PkillLive : public testing::Test {
- protected:
+protected:
    void SetUp() override {
       zlcziftools_ = FindTool("zlcziftools", "ZIF_ZLCZIFTOOLS");
       zifcache_ = FindTool("zifcache", "ZIF_ZIFCACHE");
@@ -70,8 +70,8 @@ class PkillLive : public testing::Test {
          records += ",\n {\"node\": \"world_name\", \"keys\": [" + key + "], \"text\": \"" + name + "\"}";
          records += ",\n {\"node\": \"world_info\", \"keys\": [" + key + "], \"fields\": {\"worldId\": " + unsignedKey +
                     ", \"cartelId\": " + unsignedKey + "}}";
-         records += ",\n {\"node\": \"userworld_cartel_cmdline\", \"keys\": [" + key + "], \"text\": \"" +
-                    commandLine + "\"}";
+         records += ",\n {\"node\": \"userworld_cartel_cmdline\", \"keys\": [" + key + "], \"text\": \"" + commandLine +
+                    "\"}";
       }
       const fs::path json = dir_ / "host.json";
       std::ofstream(json) << "{\"zifcache\": 1,\n \"lists\": [{\"node\": \"userworld_cartel\", \"instances\": ["
@@ -112,7 +112,7 @@ TEST_F(PkillLive, SignalsTheMatchingCartelsOnly) {
    const pid_t spared = StartSleeper();
    const pid_t doomed2 = StartSleeper();
    const std::string host =
-      Host({{doomed1, "doomed", "/bin/sleep 300"}, {spared, "spared", "/bin/sleep 300"}, {doomed2, "doomed", "x"}});
+         Host({{doomed1, "doomed", "/bin/sleep 300"}, {spared, "spared", "/bin/sleep 300"}, {doomed2, "doomed", "x"}});
    const ToolRun run = Pkill(host, {"^doomed$"});
    EXPECT_EQ(run.status, 0) << run.err;
    EXPECT_EQ(run.out, "");
@@ -164,7 +164,7 @@ TEST_F(PkillLive, RefusedKillEndsAtOnceWithBothMessages) {
    const ToolRun run = Pkill(host, {"init"});
    EXPECT_EQ(run.status, 1);
    EXPECT_EQ(run.err, "pkill: failed to kill init (1): Operation not permitted\npkill: " +
-                         std::string(ZLC_ReturnStatusToString(ZLC_FAILURE)) + "\n");
+                            std::string(ZLC_ReturnStatusToString(ZLC_FAILURE)) + "\n");
    EXPECT_EQ(EndingSignal(later), 0);
 }
 

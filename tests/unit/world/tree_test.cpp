@@ -45,12 +45,12 @@ std::vector<std::pair<EntryRef, int>> TreeOrder(const std::vector<WorldEntry> &f
 
 TEST(LinkTree, ChildrenInFlatListOrderWithCountsAndClones) {
    std::vector<WorldEntry> flat = {
-      Entry(10, 10, 0),       // 0: root
-      Entry(12, 12, 10),      // 1
-      Entry(11, 10, 10, 36),  // 2: a clone of the root's cartel
-      Entry(13, 13, 12),      // 3
-      Entry(14, 14, 10),      // 4
-      Entry(5, 0, 10),        // 5: a kernel world is never linked
+         Entry(10, 10, 0),       // 0: root
+         Entry(12, 12, 10),      // 1
+         Entry(11, 10, 10, 36),  // 2: a clone of the root's cartel
+         Entry(13, 13, 12),      // 3
+         Entry(14, 14, 10),      // 4
+         Entry(5, 0, 10),        // 5: a kernel world is never linked
    };
    world::LinkTree(flat);
    EXPECT_EQ(Children(flat, 0), (std::vector<EntryRef>{1, 2, 4}));
@@ -80,10 +80,10 @@ TEST(LinkTree, DuplicateWorldIdAdoptsOnlyAtItsFirstEntry) {
 
 TEST(LinkTree, NeverItsOwnParentNorAParentCycle) {
    std::vector<WorldEntry> flat = {
-      Entry(10, 10, 10),  // its own parent
-      Entry(20, 20, 30),  // 20 -> 30 -> 40 -> 20: the last link would close the cycle
-      Entry(30, 30, 40),
-      Entry(40, 40, 20),
+         Entry(10, 10, 10),  // its own parent
+         Entry(20, 20, 30),  // 20 -> 30 -> 40 -> 20: the last link would close the cycle
+         Entry(30, 30, 40),
+         Entry(40, 40, 20),
    };
    world::LinkTree(flat);
    EXPECT_EQ(flat[0].parent, kNone);

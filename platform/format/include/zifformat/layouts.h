@@ -49,4 +49,4 @@ uint64_t librarySignatureDigest();
 // The build date text the library reports (at most 20 characters).
 const char *libraryBuildDate();
 
-} // namespace zif
+}  // namespace zif

@@ -40,8 +40,8 @@ private:
 
    int fd_ = -1;
    uint64_t size_ = 0;
-   std::vector<Mapping> mappings_; // the whole file, or windows
-   size_t lastHit_ = 0;            // the mapping that served the last view: reads come in runs
+   std::vector<Mapping> mappings_;  // the whole file, or windows
+   size_t lastHit_ = 0;             // the mapping that served the last view: reads come in runs
 };
 
 // Writes path through a temporary file in the same directory: write, fsync,
@@ -49,4 +49,4 @@ private:
 // it was. Throws FormatError (from produce) and std::system_error.
 void writeFileAtomic(const std::string &path, const std::function<void(Sink &)> &produce);
 
-} // namespace zif
+}  // namespace zif

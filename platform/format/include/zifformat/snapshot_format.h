@@ -73,12 +73,12 @@ struct Meta {
 
 struct Entry {
    EntryKind kind = EntryKind::Record;
-   std::string node;               // empty for devinfo
-   Keys keys;                      // parent keys (lists), input values (sets), PCI function (devinfo)
-   uint32_t status = 0;            // injected status; for sets, the answer's status
-   std::vector<uint8_t> bytes;     // record, data, devinfo reply or set output
-   Keys instances;                 // lists
-   std::string origin;             // where the entry came from, for messages; not stored
+   std::string node;            // empty for devinfo
+   Keys keys;                   // parent keys (lists), input values (sets), PCI function (devinfo)
+   uint32_t status = 0;         // injected status; for sets, the answer's status
+   std::vector<uint8_t> bytes;  // record, data, devinfo reply or set output
+   Keys instances;              // lists
+   std::string origin;          // where the entry came from, for messages; not stored
 };
 
 struct Snapshot {
@@ -193,7 +193,7 @@ private:
    struct Section {
       uint64_t offset, size, checksum;
    };
-   std::span<const uint8_t> section(SectionId id) const; // not for Data
+   std::span<const uint8_t> section(SectionId id) const;  // not for Data
    ZLC_ReturnStatus data(uint64_t offset, uint64_t length, std::span<const uint8_t> &out) const;
    // The run of index entries of one kind and node, [first, last), the entry
    // after the last one found (a walk in key order finds each next there), and
@@ -210,7 +210,7 @@ private:
 
    std::unique_ptr<MemorySource> own_;
    ByteSource *source_ = nullptr;
-   std::span<const uint8_t> head_; // the header and every section before the data
+   std::span<const uint8_t> head_;  // the header and every section before the data
    Section sections_[kSectionCount] = {};
    Signature signature_;
    SimulatorSettings simulator_;
@@ -224,4 +224,4 @@ private:
 std::string describeEntry(EntryKind kind, std::string_view node, const Keys &keys);
 std::string formatKeys(const Keys &keys);
 
-} // namespace zif
+}  // namespace zif

@@ -31,4 +31,4 @@ std::string dumpJson(const Snapshot &snapshot);
 bool parseHex(std::string_view text, std::vector<uint8_t> &out);
 std::string toHex(std::span<const uint8_t> bytes, bool grouped);
 
-} // namespace zif
+}  // namespace zif
