@@ -6,7 +6,7 @@
 set -euo pipefail
 packages=(cmake ninja-build g++ pkg-config python3 libgtest-dev libgmock-dev libbenchmark-dev
           nlohmann-json3-dev libcli11-dev libxxhash-dev hwdata
-          scdoc man-db dpkg-dev procps pciutils "$@")
+          scdoc man-db dpkg-dev procps pciutils clang-format "$@")
 missing=()
 for package in "${packages[@]}"; do
   dpkg-query -W -f='${Status}' "$package" 2>/dev/null | grep -q "ok installed" || missing+=("$package")
