@@ -11,7 +11,8 @@
 #include <cstdio>
 #include <string>
 
-#include "cartels.h"
+#include "cartelwalks.h"
+#include "pattern.h"
 #include "sysinfo.h"
 #include "ziftools.h"
 
@@ -30,49 +31,35 @@ struct PgrepOptions {
 };
 
 int ListMatches(const world::Pattern &pattern, const PgrepOptions &options) {
-   sysinfo::ParamListPtr query = sysinfo::MakeQueryList();
-   if (!query) {
+   world::CartelTexts cartels;
+   if (cartels.Open() != 0) {
       return kSysinfoError;
    }
-   sysinfo::InstanceList cartels;
-   if (cartels.Fetch(sysinfo::Node(ZIF_NODE_userworld_cartel), nullptr) != 0) {
-      return kSysinfoError;
-   }
-   if (cartels.Count() == 0) {
+   if (cartels.Empty()) {
       return kNotFound;
    }
    bool found = false;
-   bool failed = false;
-   std::string text;
-   const sysinfo::WalkResult walk = sysinfo::ForEachInstance(cartels, query.get(), [&](ZIF_Param *, int index) {
-      const ZLC_ReturnStatus status = world::ReadCartelText(query.get(), options.commandLine, text);
-      if (world::IsSkipStatus(status)) {
-         return sysinfo::Visit::Next;
-      }
-      if (status != 0) {
-         failed = true;
-         return sysinfo::Visit::Stop;
-      }
-      const bool matched = pattern.Matches(text);
-      if (matched != options.invert) {
-         std::int32_t id = 0;
-         if (ZIF_ParamListGetInt32(cartels.Get(), index, &id) != 0) {
-            failed = true;
-            return sysinfo::Visit::Stop;
-         }
-         if (gZifCacheMode || id != static_cast<std::int32_t>(getpid())) {
-            std::printf("%d %s\n", id, options.showName ? text.c_str() : kBackspace);
-            if (options.invert) {
+   const ZLC_ReturnStatus status =
+         cartels.ForEach(options.commandLine, [&](const std::string &text, int index) -> ZLC_ReturnStatus {
+            const bool matched = pattern.Matches(text);
+            if (matched) {
                found = true;
             }
-         }
-      }
-      if (matched) {
-         found = true;
-      }
-      return sysinfo::Visit::Next;
-   });
-   if (failed || walk.KeyCopyFailed()) {
+            if (matched == options.invert) {
+               return 0;
+            }
+            std::int32_t id = 0;
+            const ZLC_ReturnStatus idStatus = cartels.CartelId(index, id);
+            if (idStatus != 0) {
+               return idStatus;
+            }
+            if (gZifCacheMode || id != static_cast<std::int32_t>(getpid())) {
+               std::printf("%d %s\n", id, options.showName ? text.c_str() : kBackspace);
+               found = true;
+            }
+            return 0;
+         });
+   if (status != 0) {
       return kSysinfoError;
    }
    return found ? kFound : kNotFound;

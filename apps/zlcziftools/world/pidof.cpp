@@ -14,7 +14,8 @@
 #include <cstring>
 #include <string_view>
 
-#include "cartelmatch.h"
+#include "cartelwalks.h"
+#include "programname.h"
 #include "records.h"
 #include "sysinfo.h"
 #include "ziftools.h"
@@ -79,35 +80,19 @@ bool CartelMatches(std::uint32_t cartelId, ZIF_ParamList *query, std::string_vie
 }
 
 // The number of cartels found for one program name; 0 when the walk failed.
+// After a failed key copy this name's matches are not counted, although they
+// stay printed.
 int FindProgram(std::string_view program, const PidofOptions &options) {
-   sysinfo::ParamListPtr query = sysinfo::MakeQueryList();
-   if (!query) {
-      std::fputs("CartelList: Not enough memory\n", stderr);
-      return 0;
-   }
-   sysinfo::InstanceList cartels;
-   const ZLC_ReturnStatus status = cartels.Fetch(sysinfo::Node(ZIF_NODE_userworld_cartel), nullptr);
-   if (status != 0) {
-      std::fprintf(stderr, "CartelList: error fetching cartel list 0x%x\n", status);
-      return 0;
-   }
    int matches = 0;
-   const sysinfo::WalkResult walk = sysinfo::ForEachInstance(cartels, query.get(), [&](ZIF_Param *, int) {
-      rec::world_info info;
-      if (sysinfo::GetRecord(info, query.get()) != 0) {
-         return sysinfo::Visit::Next;
-      }
-      if (CartelMatches(info.cartelId(), query.get(), program, options)) {
-         ++matches;
-         if (options.singleShot) {
-            return sysinfo::Visit::Stop;
-         }
-      }
-      return sysinfo::Visit::Next;
-   });
-   // After a failed key copy this name's matches are not counted, although
-   // they stay printed.
-   return walk.KeyCopyFailed() ? 0 : matches;
+   const bool walked =
+         world::ForEachWorldInfo(ZIF_NODE_userworld_cartel, [&](const rec::world_info &info, ZIF_ParamList *query) {
+            if (!CartelMatches(info.cartelId(), query, program, options)) {
+               return sysinfo::Visit::Next;
+            }
+            ++matches;
+            return options.singleShot ? sysinfo::Visit::Stop : sysinfo::Visit::Next;
+         });
+   return walked ? matches : 0;
 }
 
 bool IsRelativePath(const char *name) {

@@ -15,7 +15,8 @@
 #include <cstring>
 #include <string>
 
-#include "cartels.h"
+#include "cartelwalks.h"
+#include "pattern.h"
 #include "signals.h"
 #include "sysinfo.h"
 #include "ziftools.h"
@@ -40,6 +41,15 @@ int SysinfoFailure(ZLC_ReturnStatus status) {
    return kNoneSignalled;
 }
 
+// Sends the signal to one cartel: 0 when it was sent or the cartel has gone
+// (ESRCH), else the error number of the refusal.
+int DeliverSignal(std::int32_t id, int signal) {
+   if (kill(id, signal) == 0 || errno == ESRCH) {
+      return 0;
+   }
+   return errno;
+}
+
 // Signals the cartels matching one pattern.
 PatternResult SignalMatches(const char *patternText, bool commandLine, int signal) {
    PatternResult result;
@@ -49,49 +59,30 @@ PatternResult SignalMatches(const char *patternText, bool commandLine, int signa
       std::fprintf(stderr, "pkill: %s\n", error.c_str());
       return {false, kUsageError, false};
    }
-   sysinfo::ParamListPtr query = sysinfo::MakeQueryList();
-   if (!query) {
-      return {false, SysinfoFailure(ZLC_NO_MEMORY), false};
-   }
-   sysinfo::InstanceList cartels;
-   ZLC_ReturnStatus status = cartels.Fetch(sysinfo::Node(ZIF_NODE_userworld_cartel), nullptr);
+   world::CartelTexts cartels;
+   ZLC_ReturnStatus status = cartels.Open();
    if (status != 0) {
       return {false, SysinfoFailure(status), false};
    }
    const std::int32_t self = static_cast<std::int32_t>(getpid());
-   std::string text;
-   const sysinfo::WalkResult walk = sysinfo::ForEachInstance(cartels, query.get(), [&](ZIF_Param *, int index) {
-      const ZLC_ReturnStatus readStatus = world::ReadCartelText(query.get(), commandLine, text);
-      if (world::IsSkipStatus(readStatus)) {
-         return sysinfo::Visit::Next;
-      }
-      if (readStatus != 0) {
-         status = readStatus;
-         return sysinfo::Visit::Stop;
-      }
+   status = cartels.ForEach(commandLine, [&](const std::string &text, int index) -> ZLC_ReturnStatus {
       if (!pattern.Matches(text)) {
-         return sysinfo::Visit::Next;
+         return 0;
       }
       std::int32_t id = 0;
-      status = ZIF_ParamListGetInt32(cartels.Get(), index, &id);
-      if (status != 0) {
-         return sysinfo::Visit::Stop;
-      }
-      if (id <= 0 || id == self) {
-         return sysinfo::Visit::Next;
+      const ZLC_ReturnStatus idStatus = cartels.CartelId(index, id);
+      if (idStatus != 0 || id <= 0 || id == self) {
+         return idStatus;
       }
       result.signalled = true;
-      if (kill(id, signal) != 0 && errno != ESRCH) {
-         std::fprintf(stderr, "pkill: failed to kill %s (%d): %s\n", text.c_str(), id, std::strerror(errno));
-         status = ZLC_FAILURE;
-         return sysinfo::Visit::Stop;
+      const int refusal = DeliverSignal(id, signal);
+      if (refusal != 0) {
+         std::fprintf(stderr, "pkill: failed to kill %s (%d): %s\n", text.c_str(), id, std::strerror(refusal));
+         return ZLC_FAILURE;
       }
-      return sysinfo::Visit::Next;
+      return 0;
    });
-   if (walk.KeyCopyFailed()) {
-      status = ZLC_FAILURE;
-   }
-   if (!walk.Completed()) {
+   if (status != 0) {
       return {false, SysinfoFailure(status), result.signalled};
    }
    return result;

@@ -6,8 +6,7 @@
 #include <cstdio>
 #include <cstdlib>
 
-#include "records.h"
-#include "sysinfo.h"
+#include "cartelwalks.h"
 #include "ziftools.h"
 
 namespace {
@@ -28,27 +27,15 @@ int UserspaceofMain(int argc, char **argv) {
       std::puts("bad world ID");
       return 1;
    }
-   sysinfo::ParamListPtr query = sysinfo::MakeQueryList();
-   if (!query) {
-      std::fputs("CartelList: Not enough memory\n", stderr);
-      return 1;
-   }
-   sysinfo::InstanceList worlds;
-   const ZLC_ReturnStatus status = worlds.Fetch(sysinfo::Node(ZIF_NODE_world), nullptr);
-   if (status != 0) {
-      std::fprintf(stderr, "CartelList: error fetching cartel list 0x%x\n", status);
-      return 1;
-   }
    int printed = 0;
-   const sysinfo::WalkResult walk = sysinfo::ForEachInstance(worlds, query.get(), [&](ZIF_Param *, int) {
-      rec::world_info info;
-      if (sysinfo::GetRecord(info, query.get()) == 0 && info.worldId() == worldId) {
+   const bool walked = world::ForEachWorldInfo(ZIF_NODE_world, [&](const rec::world_info &info, ZIF_ParamList *) {
+      if (info.worldId() == worldId) {
          std::printf("%d ", static_cast<int>(info.userspaceId()));
          ++printed;
       }
       return sysinfo::Visit::Next;
    });
-   if (walk.KeyCopyFailed() || printed == 0) {
+   if (!walked || printed == 0) {
       return 1;
    }
    std::putchar('\n');

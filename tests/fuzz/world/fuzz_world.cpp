@@ -10,8 +10,8 @@
 #include <string_view>
 #include <vector>
 
-#include "world/cartelmatch.h"
 #include "world/lsofargs.h"
+#include "world/programname.h"
 #include "world/signals.h"
 #include "world/worldlist.h"
 

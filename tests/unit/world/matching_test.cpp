@@ -4,8 +4,8 @@
 
 #include <string>
 
-#include "world/cartelmatch.h"
 #include "world/lsofargs.h"
+#include "world/programname.h"
 #include "world/signals.h"
 
 namespace {

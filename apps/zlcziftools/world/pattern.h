@@ -1,22 +1,11 @@
-// What pgrep and pkill share: the text a cartel is matched by, the statuses
-// that skip a cartel, and a compiled extended regular expression.
+// The extended regular expression that pgrep and pkill match cartels by.
 #pragma once
 
 #include <regex.h>
 
 #include <string>
 
-#include "zellibs.h"
-
 namespace world {
-
-// A record read with one of these statuses skips the cartel silently: it has
-// gone, or it has no such record.
-bool IsSkipStatus(ZLC_ReturnStatus status);
-
-// Reads the cartel's command line (commandLine true) or its world name; the
-// query list holds the cartel key.
-ZLC_ReturnStatus ReadCartelText(ZIF_ParamList *query, bool commandLine, std::string &text);
 
 // An extended regular expression without sub-match reporting.
 class Pattern {

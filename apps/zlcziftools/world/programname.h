@@ -1,4 +1,4 @@
-// How pidof decides that a cartel's command line names a program.
+// Whether a command line names a program: how pidof compares names and paths.
 #pragma once
 
 #include <string_view>

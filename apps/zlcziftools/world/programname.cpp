@@ -1,5 +1,5 @@
 // pidof's name matching.
-#include "cartelmatch.h"
+#include "programname.h"
 
 #include <array>
 
