@@ -24,6 +24,7 @@
 
 #include "idfields.h"
 #include "keyvalue.h"
+#include "pci/modules.h"
 #include "records.h"
 #include "sysinfo.h"
 #include "ziftools.h"
@@ -48,11 +49,6 @@ constexpr char kUnknown[] = "<Unknown>";
 constexpr char kModuleNotKnown[] = "<Not known yet>";
 constexpr std::size_t kSeparatorLength = 512;
 
-struct ModuleInfo {
-   std::uint16_t id = 0;
-   char name[32] = {};
-};
-
 struct DeviceRow {
    char busAddress[512];
    char busId[64];
@@ -73,7 +69,7 @@ struct ColumnWidths {
 
 // Everything the listing needs, gathered before printing.
 struct Listing {
-   std::vector<ModuleInfo> modules;
+   std::vector<ModuleName> modules;
    KeyValueTable hids;
    KeyValueTable classes;
    std::vector<DeviceRow> rows;
@@ -109,54 +105,36 @@ std::uint32_t StoreText(char (&field)[N], std::string_view text) {
 }
 
 // Fills the module info list; returns the failing status after its message.
-ZLC_ReturnStatus ReadModuleList(std::vector<ModuleInfo> &modules) {
-   sysinfo::ParamListPtr query = sysinfo::MakeQueryList();
-   if (!query) {
-      std::fputs("lsacpi: not enough memory\n", stderr);
-      return ZLC_NO_MEMORY;
+ZLC_ReturnStatus ReadModules(std::vector<ModuleName> &modules) {
+   ModuleList list = ReadModuleList();
+   switch (list.failure) {
+      case ModuleList::Failure::kNone:
+         modules = std::move(list.modules);
+         return 0;
+      case ModuleList::Failure::kNoQueryList:
+         std::fputs("lsacpi: not enough memory\n", stderr);
+         return ZLC_NO_MEMORY;
+      case ModuleList::Failure::kListFailed:
+         std::fprintf(stderr, "lsacpi: error fetching module list: %s\n", StatusText(list.status));
+         return list.status;
+      case ModuleList::Failure::kNoMemory:
+         std::fputs("lsacpi: unable to allocate module info list\n", stderr);
+         return ZLC_NO_MEMORY;
+      case ModuleList::Failure::kKeyCopyFailed:
+         std::fputs("lsacpi: unable to make param list\n", stderr);
+         return ZLC_FAILURE;
+      case ModuleList::Failure::kRecordFailed:
+         std::fprintf(stderr, "lsacpi: error fetching module info: %s\n", StatusText(list.status));
+         return list.status;
    }
-   sysinfo::InstanceList instances;
-   ZLC_ReturnStatus status = instances.Fetch(sysinfo::Node(ZIF_NODE_system_modules), nullptr);
-   if (status != 0) {
-      std::fprintf(stderr, "lsacpi: error fetching module list: %s\n", StatusText(status));
-      return status;
-   }
-   std::vector<ModuleInfo> loading;
-   try {
-      loading.reserve(static_cast<std::size_t>(std::max(instances.Count(), 0)));
-   } catch (const std::bad_alloc &) {
-      std::fputs("lsacpi: unable to allocate module info list\n", stderr);
-      return ZLC_NO_MEMORY;
-   }
-
-   rec::system_modules_general general;
-   sysinfo::WalkResult walk = sysinfo::ForEachInstance(instances, query.get(), [&](ZIF_Param *, int) {
-      status = sysinfo::GetRecord(general, query.get());
-      if (status != 0) {
-         std::fprintf(stderr, "lsacpi: error fetching module info: %s\n", StatusText(status));
-         return sysinfo::Visit::Stop;
-      }
-      ModuleInfo &module = loading.emplace_back();
-      module.id = static_cast<std::uint16_t>(general.moduleId() & 0xFFFF);
-      StoreText(module.name, general.name());
-      return sysinfo::Visit::Next;
-   });
-   if (walk.KeyCopyFailed()) {
-      std::fputs("lsacpi: unable to make param list\n", stderr);
-      return ZLC_FAILURE;
-   }
-   if (walk.Stopped()) {
-      return status;
-   }
-   modules = std::move(loading);
-   return 0;
+   return ZLC_FAILURE;
 }
 
-const char *ModuleName(const std::vector<ModuleInfo> &modules, std::uint16_t id) {
+const char *ModuleNameOf(const std::vector<ModuleName> &modules, std::uint16_t id) {
    if (id == kNoModule) {
       return "";
    }
-   for (const ModuleInfo &module : modules) {
+   for (const ModuleName &module : modules) {
       if (module.id == id) {
          return module.name;
       }
@@ -177,7 +155,7 @@ void AddDevice(const rec::system_devicetree_devices_info &info, std::uint32_t de
    ColumnWidths lengths;
    lengths.busAddress = StoreText(row.busAddress, info.busAddress());
    lengths.busId = StoreText(row.busId, info.busId());
-   lengths.module = StoreText(row.module, ModuleName(listing.modules, info.moduleId()));
+   lengths.module = StoreText(row.module, ModuleNameOf(listing.modules, info.moduleId()));
    lengths.description = StoreText(row.description, LookupOrUnknown(listing.hids, ids.h.text));
    lengths.deviceClass = StoreText(row.deviceClass, LookupOrUnknown(listing.classes, ids.h.text));
    row.depth = depth;
@@ -308,7 +286,7 @@ int LsacpiMain(int argc, char **argv) {
    }
 
    Listing listing;
-   ZLC_ReturnStatus status = ReadModuleList(listing.modules);
+   ZLC_ReturnStatus status = ReadModules(listing.modules);
    if (status != 0) {
       Panic("lsacpi: failed to load module list: %s\n", StatusText(status));
    }

@@ -12,17 +12,15 @@
 // they show V.
 #include <getopt.h>
 
-#include <algorithm>
 #include <cerrno>
 #include <cstdint>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
-#include <new>
 #include <span>
-#include <string_view>
 #include <vector>
 
+#include "modules.h"
 #include "pciids.h"
 #include "records.h"
 #include "sysinfo.h"
@@ -71,13 +69,9 @@ constexpr std::size_t kDevInfoRecords = ZLC_DEVINFO_REPLY_SIZE / kDevInfoRecordS
 constexpr std::size_t kDevInfoModeOffset = 4;
 constexpr std::uint32_t kDevInfoModeP = 1;
 
-// The module name cache: one entry per kernel module, then a terminator.
-struct ModNameCacheEntry {
-   std::uint16_t id;
-   char name[32];
-};
+// The module name cache: one entry per kernel module; empty until filled.
 constexpr std::uint16_t kModNameCacheEnd = 0xFFFF;
-std::vector<ModNameCacheEntry> ModNameCache;  // empty: not filled
+std::vector<ModuleName> ModNameCache;
 
 [[noreturn]] void Usage() {
    std::fputs(kUsage, stderr);
@@ -113,53 +107,29 @@ unsigned ParseOptions(int argc, char **argv) {
 
 bool ModNameCacheFill() {
    constexpr char kName[] = "ModNameCacheFill";
-   sysinfo::ParamListPtr query = sysinfo::MakeQueryList();
-   if (!query) {
-      std::fprintf(stderr, "%s: not enough memory\n", kName);
-      return false;
+   ModuleList list = ReadModuleList();
+   switch (list.failure) {
+      case ModuleList::Failure::kNone:
+         break;
+      case ModuleList::Failure::kNoQueryList:
+      case ModuleList::Failure::kNoMemory:
+         std::fprintf(stderr, "%s: not enough memory\n", kName);
+         return false;
+      case ModuleList::Failure::kListFailed:
+         std::fprintf(stderr, "%s: error fetching zelcore module list - 0x%x\n", kName, list.status);
+         return false;
+      case ModuleList::Failure::kKeyCopyFailed:
+         std::fprintf(stderr, "%s: error requesting module info - 0x%x\n", kName, 0u);
+         return false;
+      case ModuleList::Failure::kRecordFailed:
+         std::fprintf(stderr, "%s: error fetching module info - 0x%x\n", kName, list.status);
+         return false;
    }
-   sysinfo::InstanceList modules;
-   ZLC_ReturnStatus status = modules.Fetch(sysinfo::Node(ZIF_NODE_system_modules), nullptr);
-   if (status != 0) {
-      std::fprintf(stderr, "%s: error fetching zelcore module list - 0x%x\n", kName, status);
-      return false;
-   }
-   const int count = modules.Count();
-   if (count <= 0) {
+   if (list.modules.empty()) {
       std::fprintf(stderr, "%s: no modules found\n", kName);
       return false;
    }
-   std::vector<ModNameCacheEntry> entries;
-   try {
-      entries.reserve(static_cast<std::size_t>(count) + 1);
-   } catch (const std::bad_alloc &) {
-      std::fprintf(stderr, "%s: not enough memory\n", kName);
-      return false;
-   }
-
-   rec::system_modules_general general;
-   const sysinfo::WalkResult walk = sysinfo::ForEachInstance(modules, query.get(), [&](ZIF_Param *, int) {
-      status = sysinfo::GetRecord(general, query.get());
-      if (status != 0) {
-         std::fprintf(stderr, "%s: error fetching module info - 0x%x\n", kName, status);
-         return sysinfo::Visit::Stop;
-      }
-      ModNameCacheEntry &entry = entries.emplace_back();
-      entry.id = static_cast<std::uint16_t>(general.moduleId() & 0xFFFF);
-      const std::string_view name = general.name().substr(0, sizeof entry.name - 1);
-      std::memcpy(entry.name, name.data(), name.size());
-      entry.name[name.size()] = '\0';
-      return sysinfo::Visit::Next;
-   });
-   if (walk.KeyCopyFailed()) {
-      std::fprintf(stderr, "%s: error requesting module info - 0x%x\n", kName, 0u);
-      return false;
-   }
-   if (!walk.Completed()) {
-      return false;
-   }
-   entries.push_back({kModNameCacheEnd, ""});
-   ModNameCache = std::move(entries);
+   ModNameCache = std::move(list.modules);
    return true;
 }
 
@@ -173,8 +143,9 @@ const char *ModuleColumn(std::uint32_t moduleId) {
       return "error";
    }
    // Entries hold the low 16 bits of a module ID; read as a signed number they
-   // match only IDs below 0x8000 or their sign-extended forms.
-   for (const ModNameCacheEntry &entry : ModNameCache) {
+   // match only IDs below 0x8000 or their sign-extended forms. An entry of
+   // 0xFFFF ends the scan, as the cache's terminator entry would.
+   for (const ModuleName &entry : ModNameCache) {
       if (entry.id == kModNameCacheEnd) {
          break;
       }
