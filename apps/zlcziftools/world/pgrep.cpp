@@ -9,17 +9,18 @@
 
 #include <cstdint>
 #include <cstdio>
+#include <optional>
 #include <string>
 
 #include "cartelwalks.h"
 #include "pattern.h"
+#include "patternoptions.h"
 #include "sysinfo.h"
 #include "ziftools.h"
 
 namespace {
 
 constexpr char kUsageLine[] = "Usage: pgrep [-flv] [PATTERN]\n";
-constexpr char kShortOptions[] = "fhlv";
 constexpr char kBackspace[] = "\b";
 
 enum Status { kFound = 0, kNotFound = 1, kUsageError = 2, kSysinfoError = 3 };
@@ -73,30 +74,9 @@ int PgrepMain(int argc, char **argv) {
       return kUsageError;
    }
    PgrepOptions options;
-   int option;
-   while ((option = getopt(argc, argv, kShortOptions)) != -1) {
-      switch (option) {
-         case 'f':
-            options.commandLine = true;
-            break;
-         case 'l':
-            options.showName = true;
-            break;
-         case 'v':
-            options.invert = true;
-            break;
-         case 'h':
-            std::fputs(kUsageLine, stdout);
-            return 0;
-         default:
-            std::fputs(kUsageLine, stdout);
-            return kUsageError;
-      }
-   }
-   if (optind == argc) {
-      std::fputs("pgrep: pattern not specified\n", stderr);
-      std::fputs(kUsageLine, stdout);
-      return 0;
+   const world::FlagOption flags[] = {{'f', &options.commandLine}, {'l', &options.showName}, {'v', &options.invert}};
+   if (const std::optional<int> status = world::ParsePatternOptions(argc, argv, "pgrep", kUsageLine, flags)) {
+      return *status;
    }
    if (argc - optind > 1) {
       std::fputs("pgrep: extra arguments specified\n", stderr);

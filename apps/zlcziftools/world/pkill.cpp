@@ -13,10 +13,12 @@
 #include <cstdint>
 #include <cstdio>
 #include <cstring>
+#include <optional>
 #include <string>
 
 #include "cartelwalks.h"
 #include "pattern.h"
+#include "patternoptions.h"
 #include "signals.h"
 #include "sysinfo.h"
 #include "ziftools.h"
@@ -24,7 +26,6 @@
 namespace {
 
 constexpr char kUsageLine[] = "Usage: pkill [-SIGNAL] [PATTERN]\n";
-constexpr char kShortOptions[] = "fh";
 constexpr std::int32_t kDefaultSignal = 15;
 constexpr std::uint32_t kLargestSignal = 63;
 
@@ -120,24 +121,9 @@ int PkillMain(int argc, char **argv) {
       signal = kDefaultSignal;
    }
    bool commandLine = false;
-   int option;
-   while ((option = getopt(argc, argv, kShortOptions)) != -1) {
-      switch (option) {
-         case 'f':
-            commandLine = true;
-            break;
-         case 'h':
-            std::fputs(kUsageLine, stdout);
-            return 0;
-         default:
-            std::fputs(kUsageLine, stdout);
-            return kUsageError;
-      }
-   }
-   if (optind == argc) {
-      std::fputs("pkill: pattern not specified\n", stderr);
-      std::fputs(kUsageLine, stdout);
-      return 0;
+   const world::FlagOption flags[] = {{'f', &commandLine}};
+   if (const std::optional<int> status = world::ParsePatternOptions(argc, argv, "pkill", kUsageLine, flags)) {
+      return *status;
    }
    bool signalled = false;
    for (int index = optind; index < argc; ++index) {
