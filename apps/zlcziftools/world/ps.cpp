@@ -6,9 +6,13 @@
 // above 127 lies outside the userspace table and is reported as not running.
 #include <getopt.h>
 
+#include <cstdint>
 #include <cstdio>
 #include <cstdlib>
+#include <string>
+#include <string_view>
 
+#include "psrender.h"
 #include "worldlist.h"
 #include "ziftools.h"
 
@@ -34,85 +38,77 @@ constexpr char kUsage[] =
       "    -z           Display zombie cartels\n"
       "    -J or --tree Display userworlds in a tree layout\n";
 
-constexpr char kShortOptions[] = "CNPTcghijJnstuU::vZz";
-
 constexpr struct option kLongOptions[] = {
       {"help", no_argument, nullptr, 'h'},
       {"tree", no_argument, nullptr, 'J'},
       {nullptr, 0, nullptr, 0},
 };
 
+// The options that choose what is listed and how, besides those that show a
+// column (in the column table).
+struct ModeOption {
+   char letter;
+   std::uint32_t flags;
+};
+constexpr ModeOption kModeOptions[] = {
+      {'C', world::kOnlyCartels},
+      {'i', world::kSummary},
+      {'J', world::kTree | world::kOnlyUserworlds | world::kZombies},
+      {'u', world::kOnlyUserworlds},
+      {'v', world::kVerbose},
+      {'z', world::kZombies},
+};
+
+std::uint32_t ModeFlagsOfOption(int option) {
+   for (const ModeOption &mode : kModeOptions) {
+      if (mode.letter == option) {
+         return mode.flags;
+      }
+   }
+   return 0;
+}
+
+// -h, the mode options and the column options; the option that shows the
+// userspace column takes an attached userspace number (-U3).
+std::string ShortOptions() {
+   std::string letters = "h";
+   for (const ModeOption &mode : kModeOptions) {
+      letters += mode.letter;
+   }
+   for (char letter : world::ColumnOptionLetters()) {
+      letters += letter;
+      if (world::ColumnFlagOfOption(letter) == world::kShowUserspace) {
+         letters += "::";
+      }
+   }
+   return letters;
+}
+
 }  // namespace
 
 int PsMain(int argc, char **argv) {
    using namespace world;
    PsState state;
+   const std::string shortOptions = ShortOptions();
    int option;
-   while ((option = getopt_long(argc, argv, kShortOptions, kLongOptions, nullptr)) != -1) {
-      switch (option) {
-         case 'C':
-            state.flags |= kOnlyCartels;
-            break;
-         case 'n':
-            state.flags |= kShowNChildren;
-            break;
-         case 'N':
-            state.flags |= kShowNThreads;
-            break;
-         case 'P':
-            state.flags |= kShowPcid;
-            break;
-         case 'T':
-            state.flags |= kShowTime;
-            break;
-         case 'c':
-            state.flags |= kShowCommand;
-            break;
-         case 'g':
-            state.flags |= kShowGroups;
-            break;
-         case 'i':
-            state.flags |= kSummary;
-            break;
-         case 'j':
-            state.flags |= kShowGid;
-            break;
-         case 'J':
-            state.flags |= kTree | kOnlyUserworlds | kZombies;
-            break;
-         case 's':
-            state.flags |= kShowState;
-            break;
-         case 't':
-            state.flags |= kShowType;
-            break;
-         case 'u':
-            state.flags |= kOnlyUserworlds;
-            break;
-         case 'v':
-            state.flags |= kVerbose;
-            break;
-         case 'Z':
-            state.flags |= kShowSecurityDomain;
-            break;
-         case 'z':
-            state.flags |= kZombies;
-            break;
-         case 'U':
-            state.flags |= kShowUserspace;
-            if (optarg != nullptr) {
-               state.requestedUserspace = static_cast<std::uint32_t>(std::strtoul(optarg, nullptr, 10));
-            }
-            break;
-         case 'h':
-            std::fputs(kUsage, stderr);
-            return 0;
-         case '?':
-            std::fputs(kUsage, stderr);
-            return 1;
-         default:
-            std::fprintf(stderr, "ps: getopt failed? (%c)\n", option);
-            return 1;
+   while ((option = getopt_long(argc, argv, shortOptions.c_str(), kLongOptions, nullptr)) != -1) {
+      if (option == 'h') {
+         std::fputs(kUsage, stderr);
+         return 0;
+      }
+      if (option == '?') {
+         std::fputs(kUsage, stderr);
+         return 1;
+      }
+      const std::uint32_t column = ColumnFlagOfOption(option);
+      const std::uint32_t flags = column | ModeFlagsOfOption(option);
+      if (flags == 0) {
+         std::fprintf(stderr, "ps: getopt failed? (%c)\n", option);
+         return 1;
+      }
+      state.flags |= flags;
+      if (column == kShowUserspace && optarg != nullptr) {
+         state.requestedUserspace = static_cast<std::uint32_t>(std::strtoul(optarg, nullptr, 10));
       }
    }
    if (optind < argc) {
@@ -120,13 +116,12 @@ int PsMain(int argc, char **argv) {
       std::fputs(kUsage, stderr);
       return 1;
    }
-   if (state.Has(kShowNChildren) && !state.Has(kTree)) {
-      std::fputs("nChildren needs --tree\n", stderr);
-      return 1;
-   }
-   if (state.Has(kShowNThreads) && !state.Has(kTree)) {
-      std::fputs("nThreads needs --tree\n", stderr);
-      return 1;
+   if (!state.Has(kTree)) {
+      const std::string_view column = ColumnNeedingTree(state.flags);
+      if (!column.empty()) {
+         std::fprintf(stderr, "%.*s needs --tree\n", static_cast<int>(column.size()), column.data());
+         return 1;
+      }
    }
    return WorldList(state) ? 0 : 1;
 }

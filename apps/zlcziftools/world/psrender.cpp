@@ -1,14 +1,56 @@
-// ps's header, rows and tree drawing.
+// ps's column table, header, rows and tree drawing.
+//
+// Widths follow the listing's own quirks: a header is padded to one width and
+// the cells below it often to another, and kernel worlds (cartel ID 0) show a
+// bare 0 padded differently in the CID, PGID and SID columns.
 #include "psrender.h"
 
-#include <cstdarg>
+#include <charconv>
 #include <cstdio>
+#include <iterator>
 
 #include "zellibs.h"
 
 namespace world {
 
 namespace {
+
+// What a cell is padded to: nothing, a fixed number of characters, or the ID
+// width unit or the widest world name plus add.
+struct Width {
+   enum Unit : std::uint8_t { kNone, kFixed, kId, kName };
+   Unit unit = kNone;
+   std::int8_t add = 0;
+};
+
+struct CellContext {
+   int idWidth;
+   bool verbose;
+};
+
+// Appends an entry's cell after its separator; false when the entry has no
+// such cell (nothing of it is printed then, not even the separator).
+using CellFunction = bool (*)(std::string &line, const WorldEntry &entry, const CellContext &context);
+
+// Which entries have the column's cell, and in which layouts it is shown.
+enum Entries : std::uint8_t { kZombiesToo, kLiveOnly };
+enum Layouts : std::uint8_t { kAnyLayout, kTreeLayout };
+
+// One column of the listing. Every column but the first starts, in the
+// header and in each row, with a separator of two blanks, counted in its
+// widths.
+struct PsColumn {
+   char option;         // the ps option that shows it; 0: always shown
+   std::uint32_t flag;  // the display flag that option sets
+   std::string_view header;
+   Width headerWidth;
+   Width cellWidth;
+   Entries entries;
+   Layouts layouts;
+   CellFunction cell;
+};
+
+constexpr std::string_view kSeparator = "  ";
 
 // The terminal's alternate character set, selected by WorldList, is entered
 // with shift-out and left with shift-in around each drawing letter.
@@ -39,43 +81,24 @@ const TypeName *FindTypeName(std::uint32_t bit) {
    return nullptr;
 }
 
-void Appendf(std::string &line, const char *format, ...) __attribute__((format(printf, 2, 3)));
-void Appendf(std::string &line, const char *format, ...) {
-   char buffer[128];
-   va_list args;
-   va_start(args, format);
-   const int length = std::vsnprintf(buffer, sizeof buffer, format, args);
-   va_end(args);
-   if (length < 0) {
-      return;
-   }
-   if (static_cast<std::size_t>(length) < sizeof buffer) {
-      line.append(buffer, static_cast<std::size_t>(length));
-      return;
-   }
-   const std::size_t start = line.size();
-   line.resize(start + static_cast<std::size_t>(length) + 1);
-   va_start(args, format);
-   std::vsnprintf(line.data() + start, static_cast<std::size_t>(length) + 1, format, args);
-   va_end(args);
-   line.resize(start + static_cast<std::size_t>(length));
-}
-
 void AppendBlanks(std::string &line, long count) {
    if (count > 0) {
       line.append(static_cast<std::size_t>(count), ' ');
    }
 }
 
-// Pads the cell that started at cellStart with blanks to n characters.
-void PadCell(std::string &line, std::size_t cellStart, long n) {
-   AppendBlanks(line, n - static_cast<long>(line.size() - cellStart));
+// Pads what was appended since start with blanks to width characters.
+void PadFrom(std::string &line, std::size_t start, long width) {
+   AppendBlanks(line, width - static_cast<long>(line.size() - start));
 }
 
-// "  %s" with a text that may be longer than any fixed buffer.
-void AppendTextCell(std::string &line, std::string_view text) {
-   line += "  ";
-   line += text;
+// "%d" or "%lu" of value, right-aligned in width characters.
+template <typename Integer>
+void AppendNumber(std::string &line, Integer value, long width = 0) {
+   char digits[24];
+   const auto end = std::to_chars(digits, digits + sizeof digits, value).ptr;
+   AppendBlanks(line, width - (end - digits));
+   line.append(digits, end);
 }
 
 void AppendDrawing(std::string &line, char letter) {
@@ -91,37 +114,149 @@ std::string_view StateName(const CpuSched_StateElement *table, std::uint32_t cou
    return table[state].name;
 }
 
-void AppendStateCells(std::string &line, const WorldEntry &entry) {
+bool IsKernelWorld(const WorldEntry &entry) {
+   return !entry.zombie && entry.info.cartelId() == 0;
+}
+
+// The cells, in column order.
+
+bool WidCell(std::string &line, const WorldEntry &entry, const CellContext &) {
+   AppendNumber(line, static_cast<std::int32_t>(entry.info.worldId()));
+   return true;
+}
+
+bool CidCell(std::string &line, const WorldEntry &entry, const CellContext &context) {
+   AppendNumber(line, static_cast<std::int32_t>(entry.info.cartelId()));
+   if (entry.info.cartelId() == 0) {
+      AppendBlanks(line, context.idWidth - 1);
+   }
+   return true;
+}
+
+bool NameCell(std::string &line, const WorldEntry &entry, const CellContext &) {
+   line += entry.zombie ? std::string_view("<zombie>") : std::string_view(entry.name);
+   return true;
+}
+
+bool NChildrenCell(std::string &line, const WorldEntry &entry, const CellContext &) {
+   AppendNumber(line, entry.nChildren);
+   return true;
+}
+
+bool NThreadsCell(std::string &line, const WorldEntry &entry, const CellContext &) {
+   AppendNumber(line, entry.nThreads);
+   return true;
+}
+
+bool GidCell(std::string &line, const WorldEntry &entry, const CellContext &) {
+   AppendNumber(line, static_cast<std::int32_t>(entry.info.groupId()));
+   return true;
+}
+
+// A kernel world shows 0, padded to the ID width with its separator.
+bool KernelZero(std::string &line, const CellContext &context) {
+   line += '0';
+   AppendBlanks(line, context.idWidth - 3);
+   return true;
+}
+
+bool PgidCell(std::string &line, const WorldEntry &entry, const CellContext &context) {
+   if (IsKernelWorld(entry)) {
+      return KernelZero(line, context);
+   }
+   AppendNumber(line, static_cast<std::int32_t>(entry.info.processGroupId()));
+   return true;
+}
+
+bool SidCell(std::string &line, const WorldEntry &entry, const CellContext &context) {
+   if (IsKernelWorld(entry)) {
+      return KernelZero(line, context);
+   }
+   AppendNumber(line, static_cast<std::int32_t>(entry.info.sessionId()));
+   return true;
+}
+
+bool PcidCell(std::string &line, const WorldEntry &entry, const CellContext &) {
+   AppendNumber(line, static_cast<std::int32_t>(entry.info.parentId()));
+   return true;
+}
+
+bool TypeCell(std::string &line, const WorldEntry &entry, const CellContext &context) {
+   AppendTypeCell(line, entry.info.typeFlags(), context.verbose);
+   return true;
+}
+
+// Run and wait state cut and padded to 6, the affinity padded to 4; blanks
+// for a zombie or a world whose scheduler records could not be read.
+bool StateCell(std::string &line, const WorldEntry &entry, const CellContext &) {
    if (entry.zombie || !entry.schedValid) {
-      line.append(18, ' ');
-      return;
+      line.append(16, ' ');
+      return true;
    }
    for (std::string_view name : {RunStateName(entry.runState), WaitStateName(entry.waitState)}) {
       const std::size_t start = line.size();
-      line += "  ";
       line += name.substr(0, 6);
-      PadCell(line, start, 8);
+      PadFrom(line, start, 6);
+      line += kSeparator;
    }
    const std::size_t start = line.size();
-   AppendTextCell(line, entry.affinity);
-   PadCell(line, start, 6);
+   line += entry.affinity;
+   PadFrom(line, start, 4);
+   return true;
 }
 
-void AppendGroupCells(std::string &line, const WorldEntry &entry, int w) {
-   if (!entry.zombie && entry.info.cartelId() == 0) {
-      line += "  0";
-      AppendBlanks(line, w - 3);
-      line += "  0";
-      AppendBlanks(line, w - 3);
-      return;
+// Seconds and microseconds of the used time, as "%5lu.%-6lu".
+bool TimeCell(std::string &line, const WorldEntry &entry, const CellContext &) {
+   if (!entry.schedValid) {
+      return false;
    }
-   std::size_t start = line.size();
-   Appendf(line, "  %d", static_cast<int>(entry.info.processGroupId()));
-   PadCell(line, start, w - 2);
-   start = line.size();
-   Appendf(line, "  %d", static_cast<int>(entry.info.sessionId()));
-   PadCell(line, start, w - 2);
+   AppendNumber(line, static_cast<unsigned long>(entry.usedTime / 1000000), 5);
+   line += '.';
+   const std::size_t start = line.size();
+   AppendNumber(line, static_cast<unsigned long>(entry.usedTime % 1000000));
+   PadFrom(line, start, 6);
+   return true;
 }
+
+bool SecurityDomainCell(std::string &line, const WorldEntry &entry, const CellContext &) {
+   AppendNumber(line, static_cast<std::int32_t>(entry.info.securityDomain()));
+   return true;
+}
+
+bool UserspaceCell(std::string &line, const WorldEntry &entry, const CellContext &) {
+   AppendNumber(line, static_cast<std::int32_t>(entry.info.userspaceId()));
+   return true;
+}
+
+bool CommandCell(std::string &line, const WorldEntry &entry, const CellContext &) {
+   if (entry.info.cartelId() == 0) {
+      return false;
+   }
+   line += entry.commandLine;
+   return true;
+}
+
+using W = Width;
+
+// The columns in printing order. Widths count the separator.
+constexpr PsColumn kColumns[] = {
+      // option, flag, header, header width, cell width, entries, layouts, cell
+      {0, 0, "WID", {W::kId, 0}, {W::kId, 0}, kZombiesToo, kAnyLayout, WidCell},
+      {0, 0, "CID", {W::kId, 2}, {W::kId, 0}, kZombiesToo, kAnyLayout, CidCell},
+      {0, 0, "WorldName", {W::kName, 2}, {W::kName, 2}, kZombiesToo, kAnyLayout, NameCell},
+      {'n', kShowNChildren, "nChildren", {}, {W::kFixed, 11}, kLiveOnly, kTreeLayout, NChildrenCell},
+      {'N', kShowNThreads, "nThreads", {}, {W::kFixed, 10}, kLiveOnly, kTreeLayout, NThreadsCell},
+      {'j', kShowGid, "GID", {W::kId, 1}, {W::kId, 0}, kLiveOnly, kAnyLayout, GidCell},
+      {'g', kShowGroups, "PGID", {W::kId, 1}, {W::kId, -2}, kZombiesToo, kAnyLayout, PgidCell},
+      {'g', kShowGroups, "SID", {W::kId, 1}, {W::kId, -2}, kZombiesToo, kAnyLayout, SidCell},
+      {'P', kShowPcid, "PCID", {W::kId, 2}, {W::kId, 2}, kZombiesToo, kAnyLayout, PcidCell},
+      {'t', kShowType, "Type  ", {}, {}, kLiveOnly, kAnyLayout, TypeCell},
+      {'s', kShowState, "State   Wait    CPU ", {}, {}, kZombiesToo, kAnyLayout, StateCell},
+      {'T', kShowTime, "Time        ", {}, {}, kLiveOnly, kAnyLayout, TimeCell},
+      {'Z', kShowSecurityDomain, "SecurityDomain", {}, {W::kFixed, 16}, kLiveOnly, kAnyLayout, SecurityDomainCell},
+      {'U', kShowUserspace, "UserSpace", {}, {W::kFixed, 11}, kLiveOnly, kAnyLayout, UserspaceCell},
+      {'c', kShowCommand, "Command", {}, {}, kLiveOnly, kAnyLayout, CommandCell},
+};
 
 // The ancestors' part of a tree prefix: from the top of the tree down to the
 // entry's parent, a vertical bar where siblings of that ancestor are still to
@@ -159,7 +294,6 @@ std::string_view WaitStateName(std::uint32_t state) {
 }
 
 void AppendTypeCell(std::string &line, std::uint32_t typeFlags, bool verbose) {
-   line += "  ";
    int letters = 0;
    if (typeFlags == 0) {
       line += "Invalid";
@@ -191,129 +325,101 @@ void AppendTypeCell(std::string &line, std::uint32_t typeFlags, bool verbose) {
    }
 }
 
-void AppendHeader(std::string &line, const PsState &state) {
-   const int w = IdColumnWidth(state.largestWorldId);
-   if (state.Has(kTree)) {
+std::uint32_t ColumnFlagOfOption(int option) {
+   for (const PsColumn &column : kColumns) {
+      if (column.option != 0 && column.option == option) {
+         return column.flag;
+      }
+   }
+   return 0;
+}
+
+std::string ColumnOptionLetters() {
+   std::string letters;
+   for (const PsColumn &column : kColumns) {
+      if (column.option != 0 && letters.find(column.option) == std::string::npos) {
+         letters += column.option;
+      }
+   }
+   return letters;
+}
+
+std::string_view ColumnNeedingTree(std::uint32_t flags) {
+   for (const PsColumn &column : kColumns) {
+      if (column.layouts == kTreeLayout && (flags & column.flag) != 0) {
+         return column.header;
+      }
+   }
+   return {};
+}
+
+PsLayout::PsLayout(const PsState &state)
+    : idWidth_(IdColumnWidth(state.largestWorldId)), verbose_(state.Has(kVerbose)), tree_(state.Has(kTree)) {
+   const auto resolve = [&](Width width) -> long {
+      switch (width.unit) {
+         case Width::kNone:
+            return -1;
+         case Width::kFixed:
+            return width.add;
+         case Width::kId:
+            return idWidth_ + width.add;
+         case Width::kName:
+            return static_cast<long>(state.widestWorldName) + width.add;
+      }
+      return -1;
+   };
+   for (std::size_t index = 0; index < std::size(kColumns); ++index) {
+      const PsColumn &column = kColumns[index];
+      if (column.option == 0 || (state.Has(column.flag) && (column.layouts == kAnyLayout || tree_))) {
+         shown_.push_back({index, resolve(column.headerWidth), resolve(column.cellWidth)});
+      }
+   }
+}
+
+void PsLayout::AppendHeader(std::string &line) const {
+   // Rows of the tree layout start after a two-character branch.
+   if (tree_) {
       line += "  ";
    }
-   line += "WID";
-   AppendBlanks(line, w - 3);
-   line += "  CID";
-   AppendBlanks(line, w - 3);
-   const std::size_t start = line.size();
-   line += "  WorldName";
-   PadCell(line, start, static_cast<long>(state.widestWorldName) + 2);
-   if (state.Has(kShowNChildren)) {
-      line += "  nChildren";
-   }
-   if (state.Has(kShowNThreads)) {
-      line += "  nThreads";
-   }
-   if (state.Has(kShowGid)) {
-      line += "  GID";
-      AppendBlanks(line, w - 4);
-   }
-   if (state.Has(kShowGroups)) {
-      line += "  PGID";
-      AppendBlanks(line, w - 5);
-      line += "  SID";
-      AppendBlanks(line, w - 4);
-   }
-   if (state.Has(kShowPcid)) {
-      line += "  PCID";
-      AppendBlanks(line, w - 4);
-   }
-   if (state.Has(kShowType)) {
-      line += "  Type  ";
-   }
-   if (state.Has(kShowState)) {
-      line += "  State   Wait    CPU ";
-   }
-   if (state.Has(kShowTime)) {
-      line += "  Time        ";
-   }
-   if (state.Has(kShowSecurityDomain)) {
-      line += "  SecurityDomain";
-   }
-   if (state.Has(kShowUserspace)) {
-      line += "  UserSpace";
-   }
-   if (state.Has(kShowCommand)) {
-      line += "  Command";
+   for (const Shown &shown : shown_) {
+      const PsColumn &column = kColumns[shown.column];
+      const std::size_t start = line.size();
+      if (shown.column != 0) {
+         line += kSeparator;
+      }
+      line += column.header;
+      PadFrom(line, start, shown.headerWidth);
    }
    line += '\n';
 }
 
-void AppendRow(std::string &line, const PsState &state, const WorldEntry &entry) {
-   const int w = IdColumnWidth(state.largestWorldId);
-   const rec::world_info &info = entry.info;
-   const bool full = !entry.zombie;
-
-   std::size_t start = line.size();
-   Appendf(line, "%d", static_cast<int>(info.worldId()));
-   PadCell(line, start, w);
-
-   if (info.cartelId() == 0) {
-      line += "  0";
-      AppendBlanks(line, w - 1);
-   } else {
-      start = line.size();
-      Appendf(line, "  %d", static_cast<int>(info.cartelId()));
-      PadCell(line, start, w);
-   }
-
-   start = line.size();
-   AppendTextCell(line, full ? std::string_view(entry.name) : std::string_view("<zombie>"));
-   PadCell(line, start, static_cast<long>(state.widestWorldName) + 2);
-
-   if (full && state.Has(kTree) && state.Has(kShowNChildren)) {
-      Appendf(line, "  %-9d", entry.nChildren);
-   }
-   if (full && state.Has(kTree) && state.Has(kShowNThreads)) {
-      Appendf(line, "  %-8d", entry.nThreads);
-   }
-   if (full && state.Has(kShowGid)) {
-      start = line.size();
-      Appendf(line, "  %d", static_cast<int>(info.groupId()));
-      PadCell(line, start, w);
-   }
-   if (state.Has(kShowGroups)) {
-      AppendGroupCells(line, entry, w);
-   }
-   if (state.Has(kShowPcid)) {
-      start = line.size();
-      Appendf(line, "  %d", static_cast<int>(info.parentId()));
-      PadCell(line, start, static_cast<long>(w) + 2);
-   }
-   if (full && state.Has(kShowType)) {
-      AppendTypeCell(line, info.typeFlags(), state.Has(kVerbose));
-   }
-   if (state.Has(kShowState)) {
-      AppendStateCells(line, entry);
-   }
-   if (full && state.Has(kShowTime) && entry.schedValid) {
-      Appendf(line, "  %5lu.%-6lu", static_cast<unsigned long>(entry.usedTime / 1000000),
-              static_cast<unsigned long>(entry.usedTime % 1000000));
-   }
-   if (full && state.Has(kShowSecurityDomain)) {
-      Appendf(line, "  %-14d", static_cast<int>(info.securityDomain()));
-   }
-   if (full && state.Has(kShowUserspace)) {
-      Appendf(line, "  %-9d", static_cast<int>(info.userspaceId()));
-   }
-   if (full && state.Has(kShowCommand) && info.cartelId() != 0) {
-      AppendTextCell(line, entry.commandLine);
+void PsLayout::AppendRow(std::string &line, const WorldEntry &entry) const {
+   const CellContext context{idWidth_, verbose_};
+   for (const Shown &shown : shown_) {
+      const PsColumn &column = kColumns[shown.column];
+      if (entry.zombie && column.entries == kLiveOnly) {
+         continue;
+      }
+      const std::size_t start = line.size();
+      if (shown.column != 0) {
+         line += kSeparator;
+      }
+      if (!column.cell(line, entry, context)) {
+         line.resize(start);
+         continue;
+      }
+      PadFrom(line, start, shown.cellWidth);
    }
    line += '\n';
 }
 
-void PrintHeader(const PsState &state) {
+void PrintHeader(const PsLayout &layout) {
    std::string line;
-   AppendHeader(line, state);
+   layout.AppendHeader(line);
    std::fwrite(line.data(), 1, line.size(), stdout);
 }
 
-void PrintTree(PsState &state, std::vector<WorldEntry> &flat, EntryRef root) {
+void PrintTree(PsState &state, const PsLayout &layout, std::vector<WorldEntry> &flat, EntryRef root) {
    std::string line;
    std::vector<EntryRef> ancestors;
    ForEachInTreeOrder(flat, root, [&](EntryRef ref, std::int32_t depth) {
@@ -323,7 +429,8 @@ void PrintTree(PsState &state, std::vector<WorldEntry> &flat, EntryRef root) {
       }
       line.clear();
       if (depth == 0) {
-         Appendf(line, "%d\n", static_cast<int>(entry.info.userspaceId()));
+         AppendNumber(line, static_cast<std::int32_t>(entry.info.userspaceId()));
+         line += '\n';
       }
       if (entry.parent != kNone) {
          line += "  ";
@@ -331,7 +438,7 @@ void PrintTree(PsState &state, std::vector<WorldEntry> &flat, EntryRef root) {
       }
       AppendDrawing(line, entry.nextSibling != kNone ? kTee : kCorner);
       AppendDrawing(line, kHorizontalBar);
-      AppendRow(line, state, entry);
+      layout.AppendRow(line, entry);
       if (entry.parent != kNone) {
          ++flat[static_cast<std::size_t>(entry.parent)].printedChildren;
       }

@@ -1,5 +1,6 @@
-// How ps prints: the header, one row per world entry and the tree of one
-// userspace drawn with the terminal's line-drawing characters.
+// How ps prints: one table of columns, from which the header, every row and
+// the options that show columns are made, and the tree of one userspace drawn
+// with the terminal's line-drawing characters.
 #pragma once
 
 #include <cstdint>
@@ -24,14 +25,42 @@ std::string_view RunStateName(std::uint32_t state);
 std::string_view WaitStateName(std::uint32_t state);
 inline constexpr std::string_view kUnknownStateName = "?";
 
-// The header line and one row, each ending with a newline.
-void AppendHeader(std::string &line, const PsState &state);
-void AppendRow(std::string &line, const PsState &state, const WorldEntry &entry);
+// The display flag that a ps option showing a column sets; 0 for any other.
+std::uint32_t ColumnFlagOfOption(int option);
+// The letters of the options that show columns, each once.
+std::string ColumnOptionLetters();
+// The header of the first column that flags show and that is drawn only in
+// the tree layout; empty when there is none.
+std::string_view ColumnNeedingTree(std::uint32_t flags);
 
-void PrintHeader(const PsState &state);
+// The columns that one listing shows and the widths they are padded to, fixed
+// once the worlds are collected. Rows append to the caller's buffer without
+// allocating anything of their own.
+class PsLayout {
+public:
+   explicit PsLayout(const PsState &state);
+
+   // The header line and one row, each ending with a newline.
+   void AppendHeader(std::string &line) const;
+   void AppendRow(std::string &line, const WorldEntry &entry) const;
+
+private:
+   struct Shown {
+      std::size_t column;  // its index in the column table
+      long headerWidth;    // negative: not padded
+      long cellWidth;
+   };
+
+   std::vector<Shown> shown_;
+   int idWidth_;
+   bool verbose_;
+   bool tree_;
+};
+
+void PrintHeader(const PsLayout &layout);
 
 // Prints root's row and the rows of everything below it with their tree
 // prefixes; root's userspace ID on a line of its own comes first.
-void PrintTree(PsState &state, std::vector<WorldEntry> &flat, EntryRef root);
+void PrintTree(PsState &state, const PsLayout &layout, std::vector<WorldEntry> &flat, EntryRef root);
 
 }  // namespace world

@@ -26,6 +26,8 @@ namespace {
 // is left out.
 constexpr ZLC_ReturnStatus kCartelGone = 0xbad0062;
 constexpr std::uint32_t kZombieChildState = 1;
+// The flat listing's rows go out in blocks of about this many bytes.
+constexpr std::size_t kFlushSize = 64 * 1024;
 
 struct Collection {
    std::vector<WorldEntry> worlds;
@@ -273,13 +275,14 @@ int CountUserspaces(const UserspaceRoots &roots) {
 void PrintTreeListing(PsState &state, std::vector<WorldEntry> &flat, const UserspaceRoots &roots,
                       const Collection &collection) {
    LinkTree(flat);
+   const PsLayout layout(state);
    std::printf("%c)0\n", 27);
    for (std::size_t slot = 0; slot < roots.size(); ++slot) {
       if (roots[slot] == kNone || (state.requestedUserspace != 0 && state.requestedUserspace != slot + 1)) {
          continue;
       }
-      PrintHeader(state);
-      PrintTree(state, flat, roots[slot]);
+      PrintHeader(layout);
+      PrintTree(state, layout, flat, roots[slot]);
       std::fputc('\n', stdout);
    }
    if (state.Has(kSummary)) {
@@ -295,18 +298,22 @@ void PrintTreeListing(PsState &state, std::vector<WorldEntry> &flat, const Users
 
 void PrintFlatListing(const PsState &state, const std::vector<WorldEntry> &flat, const UserspaceRoots &roots,
                       const Collection &collection) {
-   PrintHeader(state);
+   const PsLayout layout(state);
+   PrintHeader(layout);
    std::string line;
    for (const WorldEntry &entry : flat) {
       if ((state.Has(kOnlyUserworlds) && entry.info.cartelId() == 0) ||
           (state.requestedUserspace != 0 && state.requestedUserspace != entry.info.userspaceId())) {
          continue;
       }
-      line.clear();
-      AppendRow(line, state, entry);
-      std::fwrite(line.data(), 1, line.size(), stdout);
+      layout.AppendRow(line, entry);
+      if (line.size() >= kFlushSize) {
+         std::fwrite(line.data(), 1, line.size(), stdout);
+         line.clear();
+      }
    }
-   std::fputc('\n', stdout);
+   line += '\n';
+   std::fwrite(line.data(), 1, line.size(), stdout);
    if (state.Has(kSummary)) {
       std::printf("Total worlds:         %d\n", collection.worldsWalked);
       std::printf("Total printed worlds: %d\n", collection.worldsCollected);

@@ -138,20 +138,20 @@ std::string TypeCell(std::uint32_t type, bool verbose) {
 }
 
 TEST(TypeCell, LettersPaddedToSixAndWordsWithCommas) {
-   EXPECT_EQ(TypeCell(4, false), "  U     ");
-   EXPECT_EQ(TypeCell(36, true), "  User,Clone  ");
-   EXPECT_EQ(TypeCell(36, false), "  UX    ");
-   EXPECT_EQ(TypeCell(256 + 64 + 32 + 16 + 8 + 4 + 2 + 1, false), "  SIUVHXTA");
-   EXPECT_EQ(TypeCell(256, true), "  Assistant  ");
+   EXPECT_EQ(TypeCell(4, false), "U     ");
+   EXPECT_EQ(TypeCell(36, true), "User,Clone  ");
+   EXPECT_EQ(TypeCell(36, false), "UX    ");
+   EXPECT_EQ(TypeCell(256 + 64 + 32 + 16 + 8 + 4 + 2 + 1, false), "SIUVHXTA");
+   EXPECT_EQ(TypeCell(256, true), "Assistant  ");
 }
 
 TEST(TypeCell, UnnamedBitsAndZeroAreInvalid) {
-   EXPECT_EQ(TypeCell(0, false), "  Invalid      ");
-   EXPECT_EQ(TypeCell(0, true), "  Invalid  ");
-   EXPECT_EQ(TypeCell(128, false), "  Invalid      ");
-   EXPECT_EQ(TypeCell(4 | 128 | 256, false), "  UInvalid     ");
-   EXPECT_EQ(TypeCell(4 | 512, true), "  User,Invalid  ");
-   EXPECT_EQ(TypeCell(0x80000000u, true), "  Invalid  ");
+   EXPECT_EQ(TypeCell(0, false), "Invalid      ");
+   EXPECT_EQ(TypeCell(0, true), "Invalid  ");
+   EXPECT_EQ(TypeCell(128, false), "Invalid      ");
+   EXPECT_EQ(TypeCell(4 | 128 | 256, false), "UInvalid     ");
+   EXPECT_EQ(TypeCell(4 | 512, true), "User,Invalid  ");
+   EXPECT_EQ(TypeCell(0x80000000u, true), "Invalid  ");
 }
 
 TEST(IdColumnWidth, SignedDecimalWidthOfTheLargestId) {
