@@ -104,28 +104,36 @@ std::uint32_t StoreText(char (&field)[N], std::string_view text) {
    return static_cast<std::uint32_t>(length);
 }
 
+// Prints a message to standard error; returns status.
+ZLC_ReturnStatus Report(const char *message, ZLC_ReturnStatus status) {
+   std::fputs(message, stderr);
+   return status;
+}
+
+// Prints "what: <status text>\n" to standard error; returns status.
+ZLC_ReturnStatus ReportStatus(const char *what, ZLC_ReturnStatus status) {
+   std::fprintf(stderr, "%s: %s\n", what, StatusText(status));
+   return status;
+}
+
 // Fills the module info list; returns the failing status after its message.
 ZLC_ReturnStatus ReadModules(std::vector<ModuleName> &modules) {
+   using Failure = ModuleList::Failure;
    ModuleList list = ReadModuleList();
    switch (list.failure) {
-      case ModuleList::Failure::kNone:
+      case Failure::kNone:
          modules = std::move(list.modules);
          return 0;
-      case ModuleList::Failure::kNoQueryList:
-         std::fputs("lsacpi: not enough memory\n", stderr);
-         return ZLC_NO_MEMORY;
-      case ModuleList::Failure::kListFailed:
-         std::fprintf(stderr, "lsacpi: error fetching module list: %s\n", StatusText(list.status));
-         return list.status;
-      case ModuleList::Failure::kNoMemory:
-         std::fputs("lsacpi: unable to allocate module info list\n", stderr);
-         return ZLC_NO_MEMORY;
-      case ModuleList::Failure::kKeyCopyFailed:
-         std::fputs("lsacpi: unable to make param list\n", stderr);
-         return ZLC_FAILURE;
-      case ModuleList::Failure::kRecordFailed:
-         std::fprintf(stderr, "lsacpi: error fetching module info: %s\n", StatusText(list.status));
-         return list.status;
+      case Failure::kNoQueryList:
+         return Report("lsacpi: not enough memory\n", ZLC_NO_MEMORY);
+      case Failure::kListFailed:
+         return ReportStatus("lsacpi: error fetching module list", list.status);
+      case Failure::kNoMemory:
+         return Report("lsacpi: unable to allocate module info list\n", ZLC_NO_MEMORY);
+      case Failure::kKeyCopyFailed:
+         return Report("lsacpi: unable to make param list\n", ZLC_FAILURE);
+      case Failure::kRecordFailed:
+         return ReportStatus("lsacpi: error fetching module info", list.status);
    }
    return ZLC_FAILURE;
 }
