@@ -305,6 +305,30 @@ TEST(Layouts, TableIsConsistent) {
    EXPECT_NE(zif::findLayout("hardware_chipset_rtc"), nullptr);
 }
 
+// The run and wait states are numbers into the library's state name tables:
+// every row names its state as the library does, and every state has a row.
+TEST(Layouts, StateValuesNameTheLibrarysStates) {
+   struct Table {
+      std::string_view field;
+      const CpuSched_StateElement *elements;
+      uint32_t count;
+   } tables[] = {{"runState", CpuSched_RunStateElements, CpuSched_NumRunStates},
+                 {"waitState", CpuSched_WaitStateElements, CpuSched_NumWaitStates}};
+   for (const Table &t : tables) {
+      std::vector<std::string_view> named(t.count);
+      for (const zif::NamedValue &v : zif::allValues()) {
+         if (v.node == "sched_Vcpus_stats_summaryStats" && v.field == t.field) {
+            ASSERT_LT(v.number, t.count) << v.name;
+            EXPECT_EQ(v.name, std::string_view(t.elements[v.number].name));
+            named[static_cast<size_t>(v.number)] = v.name;
+         }
+      }
+      for (uint32_t i = 0; i < t.count; i++) {
+         EXPECT_FALSE(named[i].empty()) << t.field << " " << i << " has no row";
+      }
+   }
+}
+
 // The example in the format documentation stays valid.
 TEST(Docs, ExamplePacks) {
    std::ifstream in(DOCS_FORMAT_PATH);
