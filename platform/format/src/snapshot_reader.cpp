@@ -79,6 +79,24 @@ ZLC_ReturnStatus checkSectionTable(const FileHeader &header, Problem *problem) {
    return ZLC_OK;
 }
 
+// The header, once the file's start, the header itself and its section
+// table have passed their checks.
+ZLC_ReturnStatus readHeader(ByteSource &source, FileHeader &header, Problem *problem) {
+   auto start = source.view(0, std::min<uint64_t>(source.size(), kHeaderSize));
+   if (!start) {
+      return fail(problem, ZLC_SNAP_CANNOT_OPEN, "cannot map the header", 0);
+   }
+   if (ZLC_ReturnStatus s = checkFileStart(*start, problem); s != ZLC_OK) {
+      return s;
+   }
+   const std::span<const uint8_t, kHeaderSize> bytes = start->first<kHeaderSize>();
+   header = decodeHeader(bytes);
+   if (ZLC_ReturnStatus s = checkHeader(bytes, header, source.size(), problem); s != ZLC_OK) {
+      return s;
+   }
+   return checkSectionTable(header, problem);
+}
+
 // The checksums of the sections before the data, all of which head holds.
 ZLC_ReturnStatus verifySmallSections(std::span<const uint8_t> head, const FileHeader &header, Problem *problem) {
    for (SectionId id : {SectionId::Names, SectionId::Index, SectionId::Keys, SectionId::Meta}) {
@@ -206,19 +224,8 @@ ZLC_ReturnStatus Reader::open(ByteSource &source, Problem *problem) {
    verified_.clear();
    groups_.clear();
 
-   auto start = source.view(0, std::min<uint64_t>(source.size(), kHeaderSize));
-   if (!start) {
-      return fail(problem, ZLC_SNAP_CANNOT_OPEN, "cannot map the header", 0);
-   }
-   if (ZLC_ReturnStatus s = checkFileStart(*start, problem); s != ZLC_OK) {
-      return s;
-   }
-   const std::span<const uint8_t, kHeaderSize> headerBytes = start->first<kHeaderSize>();
-   const FileHeader header = decodeHeader(headerBytes);
-   if (ZLC_ReturnStatus s = checkHeader(headerBytes, header, source.size(), problem); s != ZLC_OK) {
-      return s;
-   }
-   if (ZLC_ReturnStatus s = checkSectionTable(header, problem); s != ZLC_OK) {
+   FileHeader header;
+   if (ZLC_ReturnStatus s = readHeader(source, header, problem); s != ZLC_OK) {
       return s;
    }
    for (size_t i = 0; i < kSectionCount; i++) {
