@@ -11,6 +11,8 @@
 #include <string>
 #include <vector>
 
+#include <xxhash.h>
+
 using namespace ziftest;
 using zif::EntryKind;
 
@@ -150,6 +152,95 @@ TEST_F(Damage, EveryDamagedByteIsRefusedAtOpenOrByTheReadOfItsEntry) {
          }
          EXPECT_EQ(hit, 1u);
       }
+   }
+}
+
+namespace {
+
+uint64_t loadU64(const uint8_t *p) {
+   uint64_t v = 0;
+   for (int i = 7; i >= 0; i--) {
+      v = (v << 8) | p[i];
+   }
+   return v;
+}
+
+void storeU64(uint8_t *p, uint64_t v) {
+   for (int i = 0; i < 8; i++) {
+      p[i] = static_cast<uint8_t>(v >> (8 * i));
+   }
+}
+
+// Where a section lies, from the section table: {u64 offset, u64 size, u64 checksum} each.
+std::span<uint8_t> sectionOf(std::vector<uint8_t> &file, zif::SectionId id) {
+   const uint8_t *entry = file.data() + zif::kSectionTableOffset + 24 * static_cast<size_t>(id);
+   return std::span(file).subspan(loadU64(entry), loadU64(entry + 8));
+}
+
+// Makes every section checksum and the header checksum match the bytes again.
+void restamp(std::vector<uint8_t> &file) {
+   for (size_t i = 0; i < zif::kSectionCount; i++) {
+      std::span<uint8_t> section = sectionOf(file, static_cast<zif::SectionId>(i));
+      storeU64(file.data() + zif::kSectionTableOffset + 24 * i + 16, XXH3_64bits(section.data(), section.size()));
+   }
+   storeU64(file.data() + zif::kHeaderChecksumOffset, XXH3_64bits(file.data(), zif::kHeaderChecksumOffset));
+}
+
+}  // namespace
+
+// Lookups binary-search the index, so entries out of order or two in the same
+// place would hide entries: opening refuses them even when every checksum
+// matches. Each case rewrites two entries' keys or index fields in place and
+// restamps the checksums.
+TEST(Open, MisorderedIndexWithValidChecksumsIsRefused) {
+   // Two records of one node: two 9-byte integer keys in the keys section.
+   constexpr const char *kTwoKeys = R"({"records": [{"node": "world_name", "keys": [1], "text": "a"},
+                                                    {"node": "world_name", "keys": [2], "text": "b"}]})";
+   // Two entries of one key: world_info is name 0, world_name name 1.
+   constexpr const char *kTwoNodes = R"({"records": [{"node": "world_info", "keys": [1], "hex": "01"},
+                                                     {"node": "world_name", "keys": [1], "text": "a"}]})";
+   constexpr const char *kTwoKinds = R"({"records": [{"node": "world_name", "keys": [1], "text": "a"}],
+                                         "data": [{"node": "world_info", "keys": [1], "hex": "01"}]})";
+   using Mutation = void (*)(std::vector<uint8_t> &);
+   struct Case {
+      const char *what;
+      const char *json;
+      Mutation mutate;
+   } cases[] = {
+         {"keys swapped", kTwoKeys,
+          [](std::vector<uint8_t> &f) {
+             std::span<uint8_t> keys = sectionOf(f, zif::SectionId::Keys);
+             std::swap_ranges(keys.begin(), keys.begin() + 9, keys.begin() + 9);
+          }},
+         {"one key twice", kTwoKeys,
+          [](std::vector<uint8_t> &f) {
+             std::span<uint8_t> keys = sectionOf(f, zif::SectionId::Keys);
+             std::copy(keys.begin(), keys.begin() + 9, keys.begin() + 9);
+          }},
+         {"nodes swapped", kTwoNodes,
+          [](std::vector<uint8_t> &f) {
+             std::span<uint8_t> index = sectionOf(f, zif::SectionId::Index);  // the name id at 4
+             std::swap_ranges(index.begin() + 4, index.begin() + 8, index.begin() + zif::kIndexEntrySize + 4);
+          }},
+         {"kinds swapped", kTwoKinds,
+          [](std::vector<uint8_t> &f) {
+             std::span<uint8_t> index = sectionOf(f, zif::SectionId::Index);  // the kind at 0
+             std::swap(index[0], index[zif::kIndexEntrySize]);
+          }},
+   };
+   for (const Case &c : cases) {
+      SCOPED_TRACE(c.what);
+      std::vector<uint8_t> file = zif::packJson(c.json);
+      restamp(file);
+      zif::Reader reader;
+      ASSERT_EQ(reader.open(file), ZLC_OK) << "restamping alone keeps the file good";
+      c.mutate(file);
+      restamp(file);
+      zif::Problem problem;
+      EXPECT_EQ(reader.open(file, &problem), ZLC_SNAP_CORRUPT);
+      EXPECT_EQ(problem.message, "bad index entry 1");
+      const uint64_t indexStart = sectionOf(file, zif::SectionId::Index).data() - file.data();
+      EXPECT_EQ(problem.offset, indexStart + zif::kIndexEntrySize);
    }
 }
 
@@ -303,6 +394,30 @@ TEST(Layouts, TableIsConsistent) {
    std::sort(nodes.begin(), nodes.end());
    EXPECT_EQ(std::adjacent_find(nodes.begin(), nodes.end()), nodes.end()) << "node with two layouts";
    EXPECT_NE(zif::findLayout("hardware_chipset_rtc"), nullptr);
+}
+
+// The run and wait states are numbers into the library's state name tables:
+// every row names its state as the library does, and every state has a row.
+TEST(Layouts, StateValuesNameTheLibrarysStates) {
+   struct Table {
+      std::string_view field;
+      const CpuSched_StateElement *elements;
+      uint32_t count;
+   } tables[] = {{"runState", CpuSched_RunStateElements, CpuSched_NumRunStates},
+                 {"waitState", CpuSched_WaitStateElements, CpuSched_NumWaitStates}};
+   for (const Table &t : tables) {
+      std::vector<std::string_view> named(t.count);
+      for (const zif::NamedValue &v : zif::allValues()) {
+         if (v.node == "sched_Vcpus_stats_summaryStats" && v.field == t.field) {
+            ASSERT_LT(v.number, t.count) << v.name;
+            EXPECT_EQ(v.name, std::string_view(t.elements[v.number].name));
+            named[static_cast<size_t>(v.number)] = v.name;
+         }
+      }
+      for (uint32_t i = 0; i < t.count; i++) {
+         EXPECT_FALSE(named[i].empty()) << t.field << " " << i << " has no row";
+      }
+   }
 }
 
 // The example in the format documentation stays valid.

@@ -10,10 +10,10 @@
 namespace capture {
 namespace {
 
-constexpr size_t kBufferData = 131075;  // data bytes of one table buffer
-constexpr size_t kTableHeader = 36;     // a table's own header: signature, length, ...
-constexpr uint32_t kNoModule = 0xffff;
-constexpr size_t kBusIdWidth = 64;
+using Buffer = rec::hardware_acpi_tables_buffers;
+using Device = rec::system_devicetree_devices_info;
+
+constexpr size_t kTableHeader = 36;  // a table's own header: signature, length, ...
 
 // Table files sort by signature, then by the number the kernel appends for
 // the second and later tables of a signature (SSDT1, SSDT2, ..., SSDT10).
@@ -78,14 +78,16 @@ void CaptureTables(Capture &c) {
       }
       int32_t key = static_cast<int32_t>(tables.size());
       zif::Keys buffers;
-      for (size_t off = 0, index = 0; off < bytes->size(); off += kBufferData, index++) {
-         size_t n = std::min(kBufferData, bytes->size() - off);
-         Record rec("hardware_acpi_tables_buffers");
-         rec.Text("signature", std::string_view(*bytes).substr(0, 4))
-               .Set("length", n)
-               .Bytes("data", std::span(reinterpret_cast<const uint8_t *>(bytes->data() + off), n));
-         auto record = rec.Take();
-         record.resize(zif::findField(*zif::findLayout("hardware_acpi_tables_buffers"), "data")->offset + n);
+      constexpr rec::Field kData = Buffer::data_field;
+      for (size_t off = 0, index = 0; off < bytes->size(); off += kData.width, index++) {
+         size_t n = std::min(kData.width, bytes->size() - off);
+         auto buffer = std::make_unique<Buffer>();  // 128 KiB: not on the stack
+         buffer->set_signature(std::string_view(*bytes).substr(0, 4))
+               .set_length(static_cast<uint32_t>(n))
+               .set_data(std::span(reinterpret_cast<const uint8_t *>(bytes->data() + off), n));
+         // Stored cut after the data: the library zero-fills the rest.
+         std::vector<uint8_t> record(buffer->bytes.begin(),
+                                     buffer->bytes.begin() + static_cast<ptrdiff_t>(kData.offset + n));
          c.Put("hardware_acpi_tables_buffers", {IntKey(key), IntKey(static_cast<int64_t>(index))}, std::move(record));
          buffers.push_back(IntKey(static_cast<int64_t>(index)));
       }
@@ -118,7 +120,7 @@ std::string BusIdText(const std::string &path, const std::string &hid, const std
          return;
       }
       std::string field = code + std::to_string(value.size()) + value;
-      if (text.size() + field.size() < kBusIdWidth) {
+      if (text.size() + field.size() < Device::busId_field.width) {
          text += field;
       }
    };
@@ -150,7 +152,7 @@ bool IsAcpiDevice(const std::string &dir) {
 uint32_t DriverModule(Capture &c, const std::string &dir) {
    auto driver = ReadLink(dir + "/driver");
    if (!driver) {
-      return kNoModule;
+      return Device::moduleId_none;
    }
    auto module = ReadLink(dir + "/driver/module");
    const std::string &link = module ? *module : *driver;
@@ -175,7 +177,7 @@ void CaptureDevices(Capture &c, const std::string &dir, const zif::Keys &keys, i
          zif::Keys childKeys = keys;
          childKeys.push_back(TextKey(name));
          Record rec("system_devicetree_devices_info");
-         rec.Text("busType", "acpi")
+         rec.Text("busType", Device::busType_acpi)
                .Text("busAddress", path)
                .Text("busId", BusIdText(path, hid, cid, uid))
                .Set("moduleId", DriverModule(c, child));
@@ -196,10 +198,10 @@ void CaptureDeviceTree(Capture &c) {
    }
    zif::Keys rootKeys{TextKey(rootName)};
    Record rec("system_devicetree_devices_info");
-   rec.Text("busType", "acpi")
+   rec.Text("busType", Device::busType_acpi)
          .Text("busAddress", Trimmed(ReadFile(root + "/path", 4096)))
-         .Text("busId", "acpi root device")
-         .Set("moduleId", kNoModule);
+         .Text("busId", Device::busId_acpiRoot)
+         .Set("moduleId", Device::moduleId_none);
    c.Put(rec, rootKeys);
    c.List("system_devicetree_devices", {}, rootKeys);
    CaptureDevices(c, root, rootKeys, 0);

@@ -105,8 +105,13 @@ void Capture::Put(std::string_view node, zif::Keys keys, std::vector<uint8_t> by
    Add(zif::EntryKind::Record, node, std::move(keys), std::move(bytes));
 }
 
-void Capture::PutText(std::string_view node, zif::Keys keys, std::string_view text, size_t width) {
-   size_t n = std::min(text.size(), width - 1);
+void Capture::PutText(std::string_view node, zif::Keys keys, std::string_view text) {
+   const zif::RecordLayout *layout = zif::findLayout(node);
+   if (!layout || layout->fields.empty() || layout->fields[0].offset != 0 ||
+       layout->fields[0].kind != zif::FieldKind::TEXT) {
+      throw PartError("record " + std::string(node) + " is not a text");
+   }
+   size_t n = std::min<size_t>(text.size(), layout->fields[0].width - 1);
    if (auto nul = text.find('\0'); nul < n) {
       n = nul;
    }
@@ -119,9 +124,9 @@ void Capture::PutSet(std::string_view node, zif::Keys input, std::vector<uint8_t
    Add(zif::EntryKind::Set, node, std::move(input), std::move(output));
 }
 
-void Capture::PutDevInfo(zif::Keys function, std::vector<uint8_t> reply) {
-   reply.resize(1024, 0);
-   Add(zif::EntryKind::DevInfo, {}, std::move(function), std::move(reply));
+void Capture::PutDevInfo(zif::Keys function, rec::DevInfoReply reply) {
+   std::span<const uint8_t> bytes = reply.bytes();
+   Add(zif::EntryKind::DevInfo, {}, std::move(function), std::vector<uint8_t>(bytes.begin(), bytes.end()));
 }
 
 }  // namespace capture

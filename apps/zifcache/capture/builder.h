@@ -4,6 +4,7 @@
 #pragma once
 
 #include "fileio.h"
+#include "zellibs_records.h"
 #include "zifformat/layouts.h"
 #include "zifformat/snapshot_format.h"
 
@@ -76,10 +77,11 @@ public:
    void Put(Record &record, zif::Keys keys, bool trimmed = false) {
       Put(record.node(), std::move(keys), record.Take(trimmed));
    }
-   // A record that is a NUL-terminated text, stored with its NUL only.
-   void PutText(std::string_view node, zif::Keys keys, std::string_view text, size_t width);
+   // A record that is a NUL-terminated text (its layout's first field is a
+   // TEXT field at offset 0), cut to fit that field and stored with its NUL only.
+   void PutText(std::string_view node, zif::Keys keys, std::string_view text);
    void PutSet(std::string_view node, zif::Keys input, std::vector<uint8_t> output);
-   void PutDevInfo(zif::Keys function, std::vector<uint8_t> reply);
+   void PutDevInfo(zif::Keys function, rec::DevInfoReply reply);
    void Note(std::string text) { notes.push_back(std::move(text)); }
    // Runs one piece of a part; when it throws PartError, drops what it added
    // and notes why, so that the rest of the part goes on.

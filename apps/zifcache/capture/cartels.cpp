@@ -99,7 +99,7 @@ void CaptureCartels(Capture &c) {
       std::string base = c.Proc(std::to_string(p.pid));
       zif::Key cartel = IntKey(p.pid);
       if (auto cwd = ReadLink(base + "/cwd")) {
-         c.PutText("userworld_cartel_fd_cwd", {cartel}, *cwd, 1984);
+         c.PutText("userworld_cartel_fd_cwd", {cartel}, *cwd);
       }
       PutDescriptors(c, cartel, base);
       PutMappings(c, cartel, base);

@@ -15,12 +15,8 @@ namespace {
 constexpr size_t kCfgHeaderType = 0x0e, kCfgSecondaryBus = 0x19, kCfgSubordinateBus = 0x1a, kCfgInterruptLine = 0x3c,
                  kCfgInterruptPin = 0x3d;
 constexpr uint8_t kHeaderTypeBridge = 1;
-constexpr uint8_t kFlagInterruptValid = 1, kFlagBridge = 2;
-constexpr uint8_t kNoIrq = 0xff;
-// Device-info reply: eight records of 128 bytes, one per function position
-// in the slot; byte 0 marks a filled record, the u32 at 4 is 1 when the
-// function is passed through to a guest.
-constexpr size_t kDevInfoRecordSize = 128, kDevInfoPassthroughOffset = 4, kDevInfoRecords = 8;
+
+using ConfigHeader = rec::hardware_pci_seg_bus_slot_func_pciConfigHeader;
 
 struct Address {
    uint32_t segment, bus, slot, function;
@@ -118,13 +114,13 @@ void CapturePci(Capture &c) {
       if (pin != 0) {
          uint64_t irq = SysNumber(f.dir + "/irq", 0);
          header.Set("isaIrq", at(kCfgInterruptLine))
-               .Set("irq", irq == 0 || irq >= kNoIrq ? kNoIrq : irq)
+               .Set("irq", irq == 0 || irq >= ConfigHeader::irq_none ? ConfigHeader::irq_none : irq)
                .Set("intPin", pin - 1u);
-         flags |= kFlagInterruptValid;
+         flags |= ConfigHeader::flags_interruptValid;
       }
       if ((at(kCfgHeaderType) & 0x7f) == kHeaderTypeBridge) {
          header.Set("secondaryBus", at(kCfgSecondaryBus)).Set("subordinateBus", at(kCfgSubordinateBus));
-         flags |= kFlagBridge;
+         flags |= ConfigHeader::flags_bridge;
       }
       header.Set("flags", flags);
       char slotAddress[32];
@@ -180,11 +176,10 @@ void CapturePci(Capture &c) {
    // One reply per slot, the same for each of its functions: record k
    // describes the k-th function of the slot.
    for (auto &[slot, list] : slotFunctions) {
-      std::vector<uint8_t> reply(kDevInfoRecordSize * kDevInfoRecords, 0);
-      for (size_t k = 0; k < list.size() && k < kDevInfoRecords; k++) {
-         uint8_t *rec = reply.data() + k * kDevInfoRecordSize;
-         rec[0] = 1;
-         rec[kDevInfoPassthroughOffset] = list[k]->driver == "vfio-pci" ? 1 : 0;
+      rec::DevInfoReply reply;
+      for (size_t k = 0; k < list.size() && k < reply.functions.size(); k++) {
+         reply.functions[k].set_filled(1).set_mode(
+               list[k]->driver == "vfio-pci" ? rec::devinfo_function::mode_passthrough : 0);
       }
       for (const Function *f : list) {
          c.PutDevInfo({IntKey(slot[0]), IntKey(slot[1]), IntKey(slot[2]), IntKey(f->address.function)}, reply);

@@ -12,54 +12,46 @@
 namespace capture {
 namespace {
 
-// World type bits and indexes into the library's run and wait state tables.
-constexpr uint32_t kTypeSystem = 1, kTypeUser = 4, kTypeClone = 32;
-enum RunState : uint32_t {
-   kRunNew = 0,
-   kRunZombie = 1,
-   kRunReady = 2,
-   kRunRun = 3,
-   kRunWait = 4,
-   kRunWaitBlocked = 5,
-   kRunSuspended = 6,
-   kRunIdle = 10
-};
-enum WaitState : uint32_t { kWaitNone = 0, kWaitIdle = 2, kWaitSleep = 7, kWaitIo = 9 };
-constexpr uint32_t kChildAlive = 0, kChildZombie = 1;
+using Info = rec::world_info;
+using Summary = rec::sched_Vcpus_stats_summaryStats;
+using Child = rec::userworld_cartel_child;
 
 struct States {
    uint32_t run, wait;
 };
 
+// The library's run and wait state of a Linux task state letter.
 States StatesOf(char letter) {
    switch (letter) {
       case 'R':
-         return {kRunRun, kWaitNone};
+         return {Summary::runState_RUN, Summary::waitState_NONE};
       case 'S':
-         return {kRunWait, kWaitSleep};
+         return {Summary::runState_WAIT, Summary::waitState_SLEEP};
       case 'D':
-         return {kRunWaitBlocked, kWaitIo};
+         return {Summary::runState_WAITB, Summary::waitState_IO};
       case 'K':
-         return {kRunWaitBlocked, kWaitNone};
+         return {Summary::runState_WAITB, Summary::waitState_NONE};
       case 'T':
       case 't':
       case 'P':
-         return {kRunSuspended, kWaitNone};
+         return {Summary::runState_SUSPND, Summary::waitState_NONE};
       case 'Z':
       case 'X':
-         return {kRunZombie, kWaitNone};
+         return {Summary::runState_ZOMBIE, Summary::waitState_NONE};
       case 'I':
-         return {kRunIdle, kWaitIdle};
+         return {Summary::runState_IDLE, Summary::waitState_IDLE};
       case 'W':
-         return {kRunReady, kWaitNone};
+         return {Summary::runState_READY, Summary::waitState_NONE};
       default:
-         return {kRunNew, kWaitNone};
+         return {Summary::runState_NEW, Summary::waitState_NONE};
    }
 }
 
 void PutWorld(Capture &c, const ProcessInfo &p, const ThreadInfo &t, uint64_t ticksPerSecond) {
    const bool main = t.tid == p.pid;
-   uint32_t type = p.kernel ? kTypeSystem : main ? kTypeUser : kTypeUser | kTypeClone;
+   uint32_t type = p.kernel ? Info::typeFlags_system
+                   : main   ? Info::typeFlags_user
+                            : Info::typeFlags_user | Info::typeFlags_clone;
    // The init process of a PID namespace is the root of its userspace.
    bool namespaceInit = !p.kernel && main && p.status.nsPids.size() > 1 && p.status.nsPids.back() == 1;
    uint32_t parent = p.kernel        ? static_cast<uint32_t>(t.stat.ppid)
@@ -77,13 +69,13 @@ void PutWorld(Capture &c, const ProcessInfo &p, const ThreadInfo &t, uint64_t ti
          .Set("sessionId", static_cast<uint32_t>(t.stat.session))
          .Set("typeFlags", type);
    c.Put(info, key);
-   c.PutText("world_name", key, t.stat.comm, 128);
+   c.PutText("world_name", key, t.stat.comm);
 
    States states = StatesOf(t.stat.state);
    Record summary("sched_Vcpus_stats_summaryStats");
    summary.Set("runState", states.run).Set("waitState", states.wait);
    c.Put(summary, key);
-   c.PutText("sched_Vcpus_stats_affinity", key, t.status.cpusAllowedList, 4096);
+   c.PutText("sched_Vcpus_stats_affinity", key, t.status.cpusAllowedList);
    Record times("sched_Vcpus_stats_stateTimes");
    times.Set("usedTime", (t.stat.utime + t.stat.stime) * 1000000 / ticksPerSecond);
    c.Put(times, key);
@@ -101,7 +93,7 @@ void CaptureWorlds(Capture &c) {
    for (const ProcessInfo &p : processes) {
       if (p.zombie) {
          if (!p.kernel) {
-            children[p.stat.ppid].emplace_back(p.pid, kChildZombie);
+            children[p.stat.ppid].emplace_back(p.pid, Child::state_zombie);
          }
          continue;
       }
@@ -113,9 +105,9 @@ void CaptureWorlds(Capture &c) {
          continue;
       }
       cartels.push_back(IntKey(p.pid));
-      children[p.stat.ppid].emplace_back(p.pid, kChildAlive);
+      children[p.stat.ppid].emplace_back(p.pid, Child::state_alive);
       if (p.cmdline) {
-         c.PutText("userworld_cartel_cmdline", {IntKey(p.pid)}, *p.cmdline, 1024);
+         c.PutText("userworld_cartel_cmdline", {IntKey(p.pid)}, *p.cmdline);
       } else {
          // The read timed out: the reader shows the command as unavailable.
          zif::Entry e;

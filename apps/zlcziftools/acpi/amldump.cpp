@@ -33,6 +33,14 @@ using BufferRecord = rec::hardware_acpi_tables_buffers;
 // large for the stack.
 BufferRecord gBuffer;
 
+// The kernel fills the signature field but for its last byte, the terminator.
+std::string SignatureOf(BufferRecord &buffer) {
+   constexpr rec::Field kField = BufferRecord::signature_field;
+   buffer.bytes[kField.offset + kField.width - 1] = 0;
+   return SafeSignature(
+         std::span<const unsigned char, kField.width - 1>(buffer.bytes.data() + kField.offset, kField.width - 1));
+}
+
 struct FileDescriptor {
    int fd = -1;
    FileDescriptor() = default;
@@ -64,18 +72,17 @@ public:
             return false;
          }
          if (index == 0) {
-            gBuffer.bytes[4] = 0;
-            signature = SafeSignature(std::span<const unsigned char, 4>(gBuffer.bytes.data(), 4));
+            signature = SignatureOf(gBuffer);
          }
          const std::uint32_t length = gBuffer.length();
-         if (length > BufferRecord::kSize - kDataOffset) {
+         if (length > gBuffer.data().size()) {
             std::fprintf(stderr, "amldump: table %s buffer %d claims %u bytes\n", signature.c_str(), index, length);
             return false;
          }
          if (index == 0 && !Create(signature, file)) {
             return false;
          }
-         if (!WriteAll(file.fd, std::span<const unsigned char>(gBuffer.bytes.data() + kDataOffset, length))) {
+         if (!WriteAll(file.fd, gBuffer.data().first(length))) {
             std::perror(kPerrorPrefix);
             return false;
          }
@@ -85,8 +92,6 @@ public:
    }
 
 private:
-   static constexpr std::size_t kDataOffset = 9;
-
    bool Create(const std::string &signature, FileDescriptor &file) {
       const int index = counter_.NextSignatureIndex(signature);
       if (index < 0) {

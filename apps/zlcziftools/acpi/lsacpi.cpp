@@ -42,9 +42,9 @@ constexpr char kHidFile[] = "acpiHIDs.ids";
 constexpr char kClassFile[] = "acpiClasses.ids";
 constexpr char kDefaultHwdataDir[] = "/usr/share/hwdata";
 
-constexpr std::string_view kAcpiBusType = "acpi";
-constexpr std::string_view kAcpiRootBusId = "acpi root device";
-constexpr std::uint16_t kNoModule = 0xFFFF;
+constexpr std::string_view kAcpiBusType = rec::system_devicetree_devices_info::busType_acpi;
+constexpr std::string_view kAcpiRootBusId = rec::system_devicetree_devices_info::busId_acpiRoot;
+constexpr std::uint16_t kNoModule = rec::system_devicetree_devices_info::moduleId_none;
 constexpr char kUnknown[] = "<Unknown>";
 constexpr char kModuleNotKnown[] = "<Not known yet>";
 constexpr std::size_t kSeparatorLength = 512;

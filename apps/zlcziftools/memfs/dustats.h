@@ -19,11 +19,11 @@ namespace memfs {
 enum DiskKindNumber : std::uint32_t { kTardiskKind = 0, kRamdiskKind = 1 };
 
 // Flag bits of an inode stats record.
-constexpr std::uint32_t kInodeOnTardisk = 0x1;
-constexpr std::uint32_t kInodeSizeNotCounted = 0x40;
+constexpr std::uint32_t kInodeOnTardisk = rec::system_zelorfs_inodes_stats::flags_onTardisk;
+constexpr std::uint32_t kInodeSizeNotCounted = rec::system_zelorfs_inodes_stats::flags_sizeNotCounted;
 
 // The link mark of an inode that is unlinked from the directory tree.
-constexpr std::uint32_t kInodeUnlinked = 0xFFFFFFFCu;
+constexpr std::uint32_t kInodeUnlinked = rec::system_zelorfs_inodes_stats::linkMark_unlinked;
 
 // "tardisk" or "ramdisk".
 const char *DiskKindName(std::uint32_t kind);

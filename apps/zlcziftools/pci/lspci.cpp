@@ -58,17 +58,6 @@ using ConfigHeader = rec::hardware_pci_seg_bus_slot_func_pciConfigHeader;
 using ConfigSpace = rec::hardware_pci_seg_bus_slot_func_pciConfigSpace;
 using ExtConfigSpace = rec::hardware_pci_seg_bus_slot_func_pciExtConfigSpace;
 
-constexpr std::uint8_t kInterruptValid = 0x1;
-constexpr std::uint8_t kBridge = 0x2;
-constexpr std::uint8_t kNoIrq = 0xFF;
-constexpr std::uint32_t kNoModule = 0xFFFFFFFF;
-
-// The device-info reply: one 128-byte record per function of the slot.
-constexpr std::size_t kDevInfoRecordSize = 128;
-constexpr std::size_t kDevInfoRecords = ZLC_DEVINFO_REPLY_SIZE / kDevInfoRecordSize;
-constexpr std::size_t kDevInfoModeOffset = 4;
-constexpr std::uint32_t kDevInfoModeP = 1;
-
 // The module name cache: one entry per kernel module; empty until filled.
 constexpr std::uint16_t kModNameCacheEnd = 0xFFFF;
 std::vector<ModuleName> ModNameCache;
@@ -136,7 +125,7 @@ bool ModNameCacheFill() {
 // The module column: empty without a module, "error" when the module names
 // cannot be had or none matches.
 const char *ModuleColumn(std::uint32_t moduleId) {
-   if (moduleId == 0 || moduleId == kNoModule) {
+   if (moduleId == 0 || moduleId == ConfigHeader::moduleId_none) {
       return "";
    }
    if (ModNameCache.empty() && !ModNameCacheFill()) {
@@ -225,28 +214,26 @@ void PrintNameLine(const Function &function, unsigned flags) {
 // The interrupt column: ISA IRQ, IRQ, vector and pin, when the header has them.
 void FormatInterrupt(const ConfigHeader &header, char (&column)[16]) {
    column[0] = '\0';
-   if (!(header.flags() & kInterruptValid)) {
+   if (!(header.flags() & ConfigHeader::flags_interruptValid)) {
       return;
    }
    const int pin = 'A' + header.intPin();
    if (header.vector() == 0) {
       std::snprintf(column, sizeof column, "%3d/   /     %c", header.isaIrq(), pin);
-   } else if (header.irq() == kNoIrq) {
+   } else if (header.irq() == ConfigHeader::irq_none) {
       std::snprintf(column, sizeof column, "%3d/   /0x%02x %c", header.isaIrq(), header.vector(), pin);
    } else {
       std::snprintf(column, sizeof column, "%3d/%3d/0x%02x %c", header.isaIrq(), header.irq(), header.vector(), pin);
    }
 }
 
-const char *ModeLetter(std::span<const unsigned char, ZLC_DEVINFO_REPLY_SIZE> reply, int indexInSlot) {
+const char *ModeLetter(const rec::DevInfoReply &reply, int indexInSlot) {
    const auto index = static_cast<std::size_t>(indexInSlot);
-   if (index >= kDevInfoRecords) {
+   if (index >= reply.functions.size()) {
       return "V";
    }
-   const unsigned char *record = reply.data() + index * kDevInfoRecordSize;
-   std::uint32_t mode;
-   std::memcpy(&mode, record + kDevInfoModeOffset, sizeof mode);
-   return record[0] != 0 && mode == kDevInfoModeP ? "P" : "V";
+   const rec::devinfo_function &function = reply.functions[index];
+   return function.filled() != 0 && function.mode() == rec::devinfo_function::mode_passthrough ? "P" : "V";
 }
 
 // Returns false after the device-info call failed.
@@ -256,9 +243,10 @@ bool PrintDetailLine(const Function &function) {
    char interrupt[16];
    FormatInterrupt(header, interrupt);
 
-   unsigned char reply[ZLC_DEVINFO_REPLY_SIZE] = {};
+   rec::DevInfoReply reply;
    std::int64_t negErrno = 0;
-   const ZLC_ReturnStatus status = ZlcSyscall_DevInfo(a.segment, a.bus, a.slot, a.function, reply, &negErrno);
+   const ZLC_ReturnStatus status =
+         ZlcSyscall_DevInfo(a.segment, a.bus, a.slot, a.function, reply.bytes().data(), &negErrno);
    if (negErrno != 0) {
       errno = static_cast<int>(-negErrno);
    }
@@ -271,7 +259,7 @@ bool PrintDetailLine(const Function &function) {
    const char *module = ModuleColumn(header.moduleId());
 
    std::printf("%04x:%02x:%02x.%x", a.segment, a.bus, a.slot, a.function);
-   if (header.flags() & kBridge) {
+   if (header.flags() & ConfigHeader::flags_bridge) {
       std::printf(" 0x%-4x 0x%-4x ", static_cast<unsigned>(header.secondaryBus()),
                   static_cast<unsigned>(header.subordinateBus()));
    } else {

@@ -26,7 +26,7 @@ constexpr char kUsage[] =
 
 constexpr char kLineFormat[] = "%-10d  %-20s  %-20s   %6d   %s\n";
 constexpr char kMappingFormat[] = "%-10d  %-20s  %-20s   %6d   %s (prot:%s%s/len:%u)\n";
-constexpr std::uint32_t kListedMappingKind = 2;
+constexpr std::uint32_t kListedMappingKind = rec::userworld_cartel_mem_mmaps::kind_file;
 constexpr std::int32_t kNoDescriptor = -1;
 
 struct Lister {
@@ -83,8 +83,8 @@ struct Lister {
          if (sysinfo::GetRecord(record, query) == 0 && record.kind() == kListedMappingKind && Passes(record.name())) {
             const std::uint32_t prot = record.prot();
             std::printf(kMappingFormat, cartelId, worldName.c_str(), "MMAP", record.fd(),
-                        std::string(record.name()).c_str(), (prot & 1) != 0 ? "R" : "-", (prot & 2) != 0 ? "W" : "-",
-                        record.length());
+                        std::string(record.name()).c_str(), (prot & record.prot_read) != 0 ? "R" : "-",
+                        (prot & record.prot_write) != 0 ? "W" : "-", record.length());
          }
          ZIF_ParamListRemoveLastParam(query);
       }

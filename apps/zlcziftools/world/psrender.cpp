@@ -67,9 +67,12 @@ struct TypeName {
    const char *word;
 };
 
+using Info = rec::world_info;
 constexpr TypeName kTypeNames[] = {
-      {1, 'S', "System"},  {2, 'I', "Idle"},   {4, 'U', "User"},  {8, 'V', "VMM"},
-      {16, 'H', "Helper"}, {32, 'X', "Clone"}, {64, 'T', "Test"}, {256, 'A', "Assistant"},
+      {Info::typeFlags_system, 'S', "System"}, {Info::typeFlags_idle, 'I', "Idle"},
+      {Info::typeFlags_user, 'U', "User"},     {Info::typeFlags_vmm, 'V', "VMM"},
+      {Info::typeFlags_helper, 'H', "Helper"}, {Info::typeFlags_clone, 'X', "Clone"},
+      {Info::typeFlags_test, 'T', "Test"},     {Info::typeFlags_assistant, 'A', "Assistant"},
 };
 
 const TypeName *FindTypeName(std::uint32_t bit) {

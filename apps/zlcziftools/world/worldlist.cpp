@@ -25,7 +25,7 @@ namespace {
 // A command-line read with this status means the cartel has gone: the world
 // is left out.
 constexpr ZLC_ReturnStatus kCartelGone = 0xbad0062;
-constexpr std::uint32_t kZombieChildState = 1;
+constexpr std::uint32_t kZombieChildState = rec::userworld_cartel_child::state_zombie;
 // The flat listing's rows go out in blocks of about this many bytes.
 constexpr std::size_t kFlushSize = 64 * 1024;
 
@@ -129,15 +129,12 @@ bool CollectZombies(WorldEntry &entry, Collection &collection, RecordBuffers &bu
          WorldEntry &zombie = entry.zombies.emplace_back();
          zombie.nThreads = 0;
          zombie.zombie = true;
-         const auto put = [&zombie](std::size_t offset, std::uint32_t value) {
-            std::memcpy(zombie.info.bytes.data() + offset, &value, sizeof value);
-         };
-         put(0, static_cast<std::uint32_t>(childId));
-         put(12, static_cast<std::uint32_t>(childId));
-         put(16, cartelId);
-         put(8, entry.info.userspaceId());
-         put(20, entry.info.processGroupId());
-         put(24, entry.info.sessionId());
+         zombie.info.set_worldId(static_cast<std::uint32_t>(childId))
+               .set_cartelId(static_cast<std::uint32_t>(childId))
+               .set_parentId(cartelId)
+               .set_userspaceId(entry.info.userspaceId())
+               .set_processGroupId(entry.info.processGroupId())
+               .set_sessionId(entry.info.sessionId());
          ++collection.zombies;
       }
    }

@@ -34,7 +34,7 @@ enum PsFlag : std::uint32_t {
 };
 
 // The type flag bit that marks a clone (a thread of a cartel).
-constexpr std::uint32_t kCloneType = 32;
+constexpr std::uint32_t kCloneType = rec::world_info::typeFlags_clone;
 
 // A reference to another entry of the flat list: its index, or kNone.
 using EntryRef = std::int32_t;

@@ -6,6 +6,7 @@
 
 #include <algorithm>
 #include <string>
+#include <type_traits>
 #include <vector>
 
 #include <xxhash.h>
@@ -15,14 +16,18 @@ namespace {
 
 // A layout row naming a node that is not in ZIF_NODE_LIST fails to compile here.
 #define ZIF_RECORD(node, length) static_assert(sizeof(ZIF_NODE_##node) > 0 && (length) > 0);
+#define ZIF_REPLY(name, length)
 #define ZIF_FIELD(node, name, offset, kind, width)
+#define ZIF_VALUE(node, field, name, value)
 #define ZIF_END(node)
 #include "zellibs_layouts.def"
 #undef ZIF_RECORD
+#undef ZIF_REPLY
 #undef ZIF_FIELD
+#undef ZIF_VALUE
 #undef ZIF_END
 
-enum class RowType { Record, Field, End, Sentinel };
+enum class RowType { Record, Reply, Field, End, Sentinel };
 
 struct Row {
    RowType type;
@@ -35,13 +40,41 @@ struct Row {
 
 constexpr Row kRows[] = {
 #define ZIF_RECORD(node, length) {RowType::Record, #node, {}, 0, FieldKind::BYTES, (length)},
+#define ZIF_REPLY(name, length) {RowType::Reply, #name, {}, 0, FieldKind::BYTES, (length)},
 #define ZIF_FIELD(node, name, offset, kind, width) {RowType::Field, #node, #name, (offset), FieldKind::kind, (width)},
+#define ZIF_VALUE(node, field, name, value)
 #define ZIF_END(node) {RowType::End, #node, {}, 0, FieldKind::BYTES, 0},
 #include "zellibs_layouts.def"
 #undef ZIF_RECORD
+#undef ZIF_REPLY
 #undef ZIF_FIELD
+#undef ZIF_VALUE
 #undef ZIF_END
       {RowType::Sentinel, {}, {}, 0, FieldKind::BYTES, 0},
+};
+
+// An integer value, or the text of a TEXT field's value.
+template <typename T>
+constexpr NamedValue namedValue(std::string_view node, std::string_view field, std::string_view name, T value) {
+   if constexpr (std::is_integral_v<T>) {
+      return {node, field, name, static_cast<int64_t>(value), {}};
+   } else {
+      return {node, field, name, 0, value};
+   }
+}
+
+constexpr NamedValue kValues[] = {
+#define ZIF_RECORD(node, length)
+#define ZIF_REPLY(name, length)
+#define ZIF_FIELD(node, name, offset, kind, width)
+#define ZIF_VALUE(node, field, name, value) namedValue(#node, #field, #name, value),
+#define ZIF_END(node)
+#include "zellibs_layouts.def"
+#undef ZIF_RECORD
+#undef ZIF_REPLY
+#undef ZIF_FIELD
+#undef ZIF_VALUE
+#undef ZIF_END
 };
 
 constexpr NodeInfo kNodes[] = {
@@ -65,13 +98,17 @@ const Tables &tables() {
       }
       t.fields.reserve(std::size(kRows));
       std::vector<std::pair<size_t, size_t>> spans;  // first field, count
+      bool inRecord = false;                         // replies are no node's records
       for (const Row &row : kRows) {
          if (row.type == RowType::Record) {
             t.records.push_back({row.node, row.width, {}});
             spans.push_back({t.fields.size(), 0});
-         } else if (row.type == RowType::Field && !spans.empty()) {
+            inRecord = true;
+         } else if (row.type == RowType::Field && inRecord) {
             t.fields.push_back({row.name, row.offset, row.kind, row.width});
             spans.back().second++;
+         } else if (row.type != RowType::Field) {
+            inRecord = false;
          }
       }
       for (size_t i = 0; i < t.records.size(); i++) {
@@ -134,6 +171,10 @@ const FieldLayout *findField(const RecordLayout &layout, std::string_view name) 
       }
    }
    return nullptr;
+}
+
+std::span<const NamedValue> allValues() {
+   return kValues;
 }
 
 std::string_view kindName(FieldKind kind) {

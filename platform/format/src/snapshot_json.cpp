@@ -278,6 +278,188 @@ const json &arrayMember(const json &doc, const char *name, const std::string &la
    return a;
 }
 
+// ---- documents: each member of a document read by a function of its own ----
+
+json parseDocument(std::string_view text, const std::string &prefix) {
+   try {
+      return json::parse(text.begin(), text.end());
+   } catch (const json::exception &ex) {
+      throw FormatError(prefix + "not valid JSON: " + ex.what());
+   }
+}
+
+void checkDocument(const json &doc, const std::string &prefix) {
+   allowMembers(doc, prefix + "document",
+                {"zifcache", "signature", "simulator", "meta", "lists", "records", "data", "devinfo", "sets"});
+   if (doc.contains("zifcache") && doc.at("zifcache") != 1) {
+      refuse(prefix + "zifcache", "unsupported form (want 1)");
+   }
+}
+
+// Digest and date default to the library's own.
+Signature parseSignature(const json &s, const std::string &prefix) {
+   allowMembers(s, prefix + "signature", {"digest", "date"});
+   uint64_t digest = librarySignatureDigest();
+   if (s.contains("digest") &&
+       (!s["digest"].is_string() || !parseHexNumber(s["digest"].get_ref<const std::string &>(), digest))) {
+      refuse(prefix + "signature", "bad digest");
+   }
+   std::string date = libraryBuildDate();
+   if (s.contains("date")) {
+      if (!s["date"].is_string() || s["date"].get_ref<const std::string &>().size() >= kDateSize ||
+          s["date"].get_ref<const std::string &>().find('\0') != std::string::npos) {
+         refuse(prefix + "signature",
+                "date must be a string of at most " + std::to_string(kDateSize - 1) + " characters");
+      }
+      date = s["date"].get<std::string>();
+   }
+   return {digest, date};
+}
+
+SimulatorSettings parseSimulator(const json &s, const std::string &prefix) {
+   allowMembers(s, prefix + "simulator", {"rootDevice"});
+   SimulatorSettings simulator;
+   simulator.present = true;
+   if (s.contains("rootDevice")) {
+      if (!s["rootDevice"].is_number_integer() || s["rootDevice"].get<int64_t>() < 0) {
+         refuse(prefix + "simulator", "rootDevice must be a non-negative integer");
+      }
+      simulator.rootDevice = s["rootDevice"].get<uint64_t>();
+   }
+   return simulator;
+}
+
+Meta parseMeta(const json &m, const std::string &prefix) {
+   allowMembers(m, prefix + "meta", {"host", "captured", "by", "notes"});
+   Meta meta;
+   meta.present = true;
+   for (auto [name, field] : {std::pair{"host", &meta.host}, {"captured", &meta.captured}, {"by", &meta.by}}) {
+      if (m.contains(name)) {
+         if (!m[name].is_string()) {
+            refuse(prefix + "meta", std::string(name) + " must be a string");
+         }
+         *field = m[name].get<std::string>();
+      }
+   }
+   if (m.contains("notes")) {
+      if (!m["notes"].is_array()) {
+         refuse(prefix + "meta", "notes must be an array of strings");
+      }
+      for (const json &n : m["notes"]) {
+         if (!n.is_string()) {
+            refuse(prefix + "meta", "notes must be an array of strings");
+         }
+         meta.notes.push_back(n.get<std::string>());
+      }
+   }
+   return meta;
+}
+
+// ---- entries: one parser per entry array ----
+
+void parseList(const json &j, Entry &e, const std::string &where) {
+   allowMembers(j, where, {"node", "parent", "instances", "status"});
+   e.kind = EntryKind::List;
+   e.node = nodeOf(j, where);
+   if (j.contains("parent")) {
+      e.keys = parseKeys(j["parent"], where + ": parent");
+   }
+   if (j.contains("instances") == j.contains("status")) {
+      refuse(where, "needs \"instances\" or \"status\"");
+   }
+   if (j.contains("status")) {
+      e.status = parseStatus(j["status"], where);
+      if (e.status == 0) {
+         refuse(where, "an injected status must be non-zero");
+      }
+   } else {
+      e.instances = parseKeys(j["instances"], where + ": instances");
+   }
+}
+
+void parseRecord(const json &j, Entry &e, const std::string &where) {
+   allowMembers(j, where, {"node", "keys", "text", "hex", "fields", "status"});
+   e.kind = EntryKind::Record;
+   e.node = nodeOf(j, where);
+   if (j.contains("keys")) {
+      e.keys = parseKeys(j["keys"], where + ": keys");
+   }
+   parseContent(j, e, where, true, true, true);
+}
+
+void parseData(const json &j, Entry &e, const std::string &where) {
+   allowMembers(j, where, {"node", "keys", "text", "hex", "status"});
+   e.kind = EntryKind::Data;
+   e.node = nodeOf(j, where);
+   if (j.contains("keys")) {
+      e.keys = parseKeys(j["keys"], where + ": keys");
+   }
+   parseContent(j, e, where, true, false, false);
+}
+
+// A reply is padded with zeros to its full size.
+void parseDevInfo(const json &j, Entry &e, const std::string &where) {
+   allowMembers(j, where, {"function", "hex", "status"});
+   e.kind = EntryKind::DevInfo;
+   if (!j.contains("function") || !j["function"].is_array() || j["function"].size() != 4) {
+      refuse(where, "\"function\" must be [segment, bus, slot, function]");
+   }
+   for (const json &n : j["function"]) {
+      if (!n.is_number_integer() || n.get<int64_t>() < 0 || n.get<int64_t>() > 0xffffffff) {
+         refuse(where, "\"function\" values must be integers from 0 to 0xffffffff");
+      }
+      e.keys.push_back(Key::ofInt(n.get<int64_t>()));
+   }
+   parseContent(j, e, where, false, false, false);
+   if (e.status == 0) {
+      if (e.bytes.size() > ZLC_DEVINFO_REPLY_SIZE) {
+         refuse(where, "reply longer than 1024 bytes");
+      }
+      e.bytes.resize(ZLC_DEVINFO_REPLY_SIZE, 0);
+   }
+}
+
+// Without input the answer matches every set of the node.
+void parseSet(const json &j, Entry &e, const std::string &where) {
+   allowMembers(j, where, {"node", "input", "hex", "status"});
+   e.node = nodeOf(j, where);
+   e.kind = j.contains("input") ? EntryKind::Set : EntryKind::SetAny;
+   if (j.contains("input")) {
+      e.keys = parseKeys(j["input"], where + ": input");
+   }
+   if (j.contains("hex")) {
+      e.bytes = hexOf(j["hex"], where);
+   }
+   if (j.contains("status")) {
+      e.status = parseStatus(j["status"], where);
+   }
+}
+
+struct EntryArray {
+   const char *name;
+   void (*parse)(const json &, Entry &, const std::string &);
+};
+
+constexpr EntryArray kEntryArrays[] = {
+      {"lists", parseList},      {"records", parseRecord}, {"data", parseData},
+      {"devinfo", parseDevInfo}, {"sets", parseSet},
+};
+
+// The entries of one array of the document, each named by its position.
+void appendEntries(const json &doc, const EntryArray &array, const std::string &prefix, std::vector<Entry> &entries) {
+   if (!doc.contains(array.name)) {
+      return;
+   }
+   const json &a = arrayMember(doc, array.name, prefix);
+   for (size_t i = 0; i < a.size(); i++) {
+      std::string where = prefix + array.name + "[" + std::to_string(i) + "]";
+      Entry e;
+      e.origin = where;
+      array.parse(a[i], e, where);
+      entries.push_back(std::move(e));
+   }
+}
+
 }  // namespace
 
 bool parseHex(std::string_view text, std::vector<uint8_t> &out) {
@@ -316,162 +498,23 @@ std::string toHex(std::span<const uint8_t> bytes, bool grouped) {
 }
 
 void JsonPacker::add(std::string_view text, std::string_view label) {
-   std::string prefix = label.empty() ? std::string() : std::string(label) + ": ";
-   json doc;
+   const std::string prefix = label.empty() ? std::string() : std::string(label) + ": ";
+   const json doc = parseDocument(text, prefix);
    try {
-      doc = json::parse(text.begin(), text.end());
-   } catch (const json::exception &ex) {
-      throw FormatError(prefix + "not valid JSON: " + ex.what());
-   }
-   try {
-      allowMembers(doc, prefix + "document",
-                   {"zifcache", "signature", "simulator", "meta", "lists", "records", "data", "devinfo", "sets"});
-      if (doc.contains("zifcache") && doc["zifcache"] != 1) {
-         refuse(prefix + "zifcache", "unsupported form (want 1)");
-      }
-
+      checkDocument(doc, prefix);
       if (doc.contains("signature") && !haveSignature_) {
-         const json &s = doc["signature"];
-         allowMembers(s, prefix + "signature", {"digest", "date"});
-         uint64_t digest = librarySignatureDigest();
-         if (s.contains("digest") &&
-             (!s["digest"].is_string() || !parseHexNumber(s["digest"].get_ref<const std::string &>(), digest))) {
-            refuse(prefix + "signature", "bad digest");
-         }
-         std::string date = libraryBuildDate();
-         if (s.contains("date")) {
-            if (!s["date"].is_string() || s["date"].get_ref<const std::string &>().size() >= kDateSize ||
-                s["date"].get_ref<const std::string &>().find('\0') != std::string::npos) {
-               refuse(prefix + "signature",
-                      "date must be a string of at most " + std::to_string(kDateSize - 1) + " characters");
-            }
-            date = s["date"].get<std::string>();
-         }
-         snapshot_.signature = {digest, date};
+         snapshot_.signature = parseSignature(doc.at("signature"), prefix);
          haveSignature_ = true;
       }
       if (doc.contains("simulator") && !snapshot_.simulator.present) {
-         const json &s = doc["simulator"];
-         allowMembers(s, prefix + "simulator", {"rootDevice"});
-         snapshot_.simulator.present = true;
-         if (s.contains("rootDevice")) {
-            if (!s["rootDevice"].is_number_integer() || s["rootDevice"].get<int64_t>() < 0) {
-               refuse(prefix + "simulator", "rootDevice must be a non-negative integer");
-            }
-            snapshot_.simulator.rootDevice = s["rootDevice"].get<uint64_t>();
-         }
+         snapshot_.simulator = parseSimulator(doc.at("simulator"), prefix);
       }
       if (doc.contains("meta") && !snapshot_.meta.present) {
-         const json &m = doc["meta"];
-         allowMembers(m, prefix + "meta", {"host", "captured", "by", "notes"});
-         Meta meta;
-         meta.present = true;
-         for (auto [name, field] : {std::pair{"host", &meta.host}, {"captured", &meta.captured}, {"by", &meta.by}}) {
-            if (m.contains(name)) {
-               if (!m[name].is_string()) {
-                  refuse(prefix + "meta", std::string(name) + " must be a string");
-               }
-               *field = m[name].get<std::string>();
-            }
-         }
-         if (m.contains("notes")) {
-            if (!m["notes"].is_array()) {
-               refuse(prefix + "meta", "notes must be an array of strings");
-            }
-            for (const json &n : m["notes"]) {
-               if (!n.is_string()) {
-                  refuse(prefix + "meta", "notes must be an array of strings");
-               }
-               meta.notes.push_back(n.get<std::string>());
-            }
-         }
-         snapshot_.meta = std::move(meta);
+         snapshot_.meta = parseMeta(doc.at("meta"), prefix);
       }
-
-      auto each = [&](const char *name, auto &&parseOne) {
-         if (!doc.contains(name)) {
-            return;
-         }
-         const json &a = arrayMember(doc, name, prefix);
-         for (size_t i = 0; i < a.size(); i++) {
-            std::string where = prefix + name + "[" + std::to_string(i) + "]";
-            Entry e;
-            e.origin = where;
-            parseOne(a[i], e, where);
-            snapshot_.entries.push_back(std::move(e));
-         }
-      };
-      each("lists", [](const json &j, Entry &e, const std::string &where) {
-         allowMembers(j, where, {"node", "parent", "instances", "status"});
-         e.kind = EntryKind::List;
-         e.node = nodeOf(j, where);
-         if (j.contains("parent")) {
-            e.keys = parseKeys(j["parent"], where + ": parent");
-         }
-         if (j.contains("instances") == j.contains("status")) {
-            refuse(where, "needs \"instances\" or \"status\"");
-         }
-         if (j.contains("status")) {
-            e.status = parseStatus(j["status"], where);
-            if (e.status == 0) {
-               refuse(where, "an injected status must be non-zero");
-            }
-         } else {
-            e.instances = parseKeys(j["instances"], where + ": instances");
-         }
-      });
-      each("records", [](const json &j, Entry &e, const std::string &where) {
-         allowMembers(j, where, {"node", "keys", "text", "hex", "fields", "status"});
-         e.kind = EntryKind::Record;
-         e.node = nodeOf(j, where);
-         if (j.contains("keys")) {
-            e.keys = parseKeys(j["keys"], where + ": keys");
-         }
-         parseContent(j, e, where, true, true, true);
-      });
-      each("data", [](const json &j, Entry &e, const std::string &where) {
-         allowMembers(j, where, {"node", "keys", "text", "hex", "status"});
-         e.kind = EntryKind::Data;
-         e.node = nodeOf(j, where);
-         if (j.contains("keys")) {
-            e.keys = parseKeys(j["keys"], where + ": keys");
-         }
-         parseContent(j, e, where, true, false, false);
-      });
-      each("devinfo", [](const json &j, Entry &e, const std::string &where) {
-         allowMembers(j, where, {"function", "hex", "status"});
-         e.kind = EntryKind::DevInfo;
-         if (!j.contains("function") || !j["function"].is_array() || j["function"].size() != 4) {
-            refuse(where, "\"function\" must be [segment, bus, slot, function]");
-         }
-         for (const json &n : j["function"]) {
-            if (!n.is_number_integer() || n.get<int64_t>() < 0 || n.get<int64_t>() > 0xffffffff) {
-               refuse(where, "\"function\" values must be integers from 0 to 0xffffffff");
-            }
-            e.keys.push_back(Key::ofInt(n.get<int64_t>()));
-         }
-         parseContent(j, e, where, false, false, false);
-         if (e.status == 0) {
-            if (e.bytes.size() > ZLC_DEVINFO_REPLY_SIZE) {
-               refuse(where, "reply longer than 1024 bytes");
-            }
-            e.bytes.resize(ZLC_DEVINFO_REPLY_SIZE, 0);
-         }
-      });
-      each("sets", [](const json &j, Entry &e, const std::string &where) {
-         allowMembers(j, where, {"node", "input", "hex", "status"});
-         e.node = nodeOf(j, where);
-         e.kind = j.contains("input") ? EntryKind::Set : EntryKind::SetAny;
-         if (j.contains("input")) {
-            e.keys = parseKeys(j["input"], where + ": input");
-         }
-         if (j.contains("hex")) {
-            e.bytes = hexOf(j["hex"], where);
-         }
-         if (j.contains("status")) {
-            e.status = parseStatus(j["status"], where);
-         }
-      });
+      for (const EntryArray &array : kEntryArrays) {
+         appendEntries(doc, array, prefix, snapshot_.entries);
+      }
    } catch (const json::exception &ex) {
       throw FormatError(prefix + ex.what());
    }

@@ -3,7 +3,7 @@
 // file, which is rewritten atomically so that the next process sees them.
 #include "backend_snapshot.h"
 
-#include "zifformat/layouts.h"
+#include "zellibs_records.h"
 
 #include <charconv>
 #include <climits>
@@ -14,28 +14,19 @@
 namespace zif {
 namespace {
 
+using Rtc = rec::hardware_chipset_rtc;
+using MemAlloc = rec::sched_groups_memAllocationInMB;
 constexpr std::string_view kRtcNode = "hardware_chipset_rtc";
 constexpr std::string_view kMemAllocNode = "sched_groups_memAllocationInMB";
 
-void putS(std::vector<uint8_t> &rec, uint32_t offset, uint32_t width, int64_t v) {
-   if (rec.size() < offset + width) {
-      rec.resize(offset + width, 0);
+// A signed value, little-endian, into a field of a record (grown to hold it).
+void putS(std::vector<uint8_t> &rec, rec::Field field, int64_t v) {
+   if (rec.size() < field.offset + field.width) {
+      rec.resize(field.offset + field.width, 0);
    }
-   for (uint32_t i = 0; i < width; i++) {
-      rec[offset + i] = static_cast<uint8_t>(static_cast<uint64_t>(v) >> (8 * i));
+   for (size_t i = 0; i < field.width; i++) {
+      rec[field.offset + i] = static_cast<uint8_t>(static_cast<uint64_t>(v) >> (8 * i));
    }
-}
-
-// Where a field lives: from the layout table when it has the field, else the
-// fallback offset and width.
-std::pair<uint32_t, uint32_t> fieldPlace(std::string_view node, std::string_view field, uint32_t offset,
-                                         uint32_t width) {
-   if (const RecordLayout *l = findLayout(node)) {
-      if (const FieldLayout *f = findField(*l, field)) {
-         return {f->offset, f->width};
-      }
-   }
-   return {offset, width};
 }
 
 bool parseSetting(std::string_view text, std::string_view name, int64_t &value) {
@@ -76,13 +67,11 @@ private:
             return ZLC_BAD_PARAM;
          }
       }
-      static constexpr const char *kOrder[] = {"month", "day", "year", "hour", "minute", "second"};
-      static constexpr uint32_t kFallback[] = {16, 12, 20, 0, 4, 8};
-      const RecordLayout *layout = findLayout(kRtcNode);
-      return update(kRtcNode, {}, layout ? layout->length : 32, [&](std::vector<uint8_t> &rec) {
-         for (size_t i = 0; i < 6; i++) {
-            auto [offset, width] = fieldPlace(kRtcNode, kOrder[i], kFallback[i], 4);
-            putS(rec, offset, width, static_cast<int32_t>(static_cast<uint32_t>(input[i].number)));
+      static constexpr rec::Field kOrder[] = {Rtc::month_field, Rtc::day_field,    Rtc::year_field,
+                                              Rtc::hour_field,  Rtc::minute_field, Rtc::second_field};
+      return update(kRtcNode, {}, Rtc::kSize, [&](std::vector<uint8_t> &rec) {
+         for (size_t i = 0; i < std::size(kOrder); i++) {
+            putS(rec, kOrder[i], static_cast<int32_t>(static_cast<uint32_t>(input[i].number)));
          }
       });
    }
@@ -106,15 +95,12 @@ private:
             return ZLC_BAD_PARAM;
          }
       }
-      const RecordLayout *layout = findLayout(kMemAllocNode);
-      return update(kMemAllocNode, keys, layout ? layout->length : 16, [&](std::vector<uint8_t> &rec) {
+      return update(kMemAllocNode, keys, MemAlloc::kSize, [&](std::vector<uint8_t> &rec) {
          if (min) {
-            auto [offset, width] = fieldPlace(kMemAllocNode, "min", 0, 8);
-            putS(rec, offset, width, *min);
+            putS(rec, MemAlloc::min_field, *min);
          }
          if (max) {
-            auto [offset, width] = fieldPlace(kMemAllocNode, "max", 8, 8);
-            putS(rec, offset, width, *max);
+            putS(rec, MemAlloc::max_field, *max);
          }
       });
    }

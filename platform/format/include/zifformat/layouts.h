@@ -24,6 +24,16 @@ struct RecordLayout {
    std::span<const FieldLayout> fields;
 };
 
+// A named value or flag bit of a field (ZIF_VALUE rows): an integer, or a
+// text for a TEXT field.
+struct NamedValue {
+   std::string_view node;
+   std::string_view field;
+   std::string_view name;
+   int64_t number;
+   std::string_view text;
+};
+
 struct NodeInfo {
    uint16_t number;
    std::string_view name;
@@ -34,10 +44,13 @@ std::span<const NodeInfo> allNodes();
 std::optional<std::string_view> nodeName(uint16_t number);
 bool isKnownNode(std::string_view name);
 
-// Every record layout, in table order.
+// Every record layout of a node, in table order (not the replies).
 std::span<const RecordLayout> allLayouts();
 const RecordLayout *findLayout(std::string_view node);
 const FieldLayout *findField(const RecordLayout &layout, std::string_view name);
+
+// Every named value, in table order.
+std::span<const NamedValue> allValues();
 
 std::string_view kindName(FieldKind kind);
 bool isSigned(FieldKind kind);
