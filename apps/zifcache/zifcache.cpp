@@ -19,6 +19,8 @@
 
 namespace {
 
+constexpr int kUsageStatus = 2;
+
 bool readFile(const std::string &path, std::string &out) {
    std::ifstream in(path, std::ios::binary);
    if (!in) {
@@ -58,6 +60,15 @@ int pack(const std::vector<std::string> &args) {
    return 0;
 }
 
+// A problem the reader found, as one sentence: its own text, and where it is
+// unless that text says so already.
+std::string describe(const zif::Problem &problem) {
+   if (problem.message.find("offset") != std::string::npos) {
+      return problem.message;
+   }
+   return problem.message + " at offset " + std::to_string(problem.offset);
+}
+
 // Opens a snapshot for dump and check; prints the problem when it fails.
 bool openSnapshot(const std::string &path, zif::MappedFile &file, zif::Reader &reader, const char *verb) {
    std::string error;
@@ -67,8 +78,7 @@ bool openSnapshot(const std::string &path, zif::MappedFile &file, zif::Reader &r
    }
    zif::Problem problem;
    if (reader.open(file, &problem) != ZLC_OK) {
-      std::cerr << "zifcache " << verb << ": " << path << ": " << problem.message << " (offset " << problem.offset
-                << "): " << ZLC_ReturnStatusToString(problem.status) << "\n";
+      std::cerr << "zifcache " << verb << ": " << path << ": " << describe(problem) << "\n";
       return false;
    }
    return true;
@@ -83,7 +93,7 @@ int dump(const std::string &path) {
    zif::Snapshot model;
    zif::Problem problem;
    if (reader.toModel(model, &problem) != ZLC_OK) {
-      std::cerr << "zifcache dump: " << path << ": " << problem.message << " (offset " << problem.offset << ")\n";
+      std::cerr << "zifcache dump: " << path << ": " << describe(problem) << "\n";
       return 1;
    }
    std::cout << zif::dumpJson(model);
@@ -98,8 +108,7 @@ int check(const std::string &path) {
    }
    zif::Problem problem;
    if (reader.verifyAll(&problem) != ZLC_OK) {
-      std::cerr << "zifcache check: " << path << ": " << problem.message << " (offset " << problem.offset
-                << "): " << ZLC_ReturnStatusToString(problem.status) << "\n";
+      std::cerr << "zifcache check: " << path << ": " << describe(problem) << "\n";
       return 1;
    }
    size_t counts[7] = {};
@@ -120,7 +129,7 @@ int check(const std::string &path) {
 }  // namespace
 
 int main(int argc, char **argv) {
-   CLI::App app{"zifcache: pack, dump and check sysinfo snapshot files"};
+   CLI::App app{"zifcache: pack, dump and check sysinfo snapshot files", "zifcache"};
    app.require_subcommand(1);
 
    std::vector<std::string> packArgs;
@@ -149,7 +158,18 @@ int main(int argc, char **argv) {
    captureCmd->add_option("--root", captureOptions.root)->group("");
    captureCmd->add_option("--read-limit-ms", captureOptions.readLimitMs)->group("")->check(CLI::Range(1, 60000));
 
-   CLI11_PARSE(app, argc, argv);
+   // No arguments, or arguments that do not parse: the usage (or CLI11's
+   // message) and status 2; --help: the usage and status 0.
+   if (argc < 2) {
+      std::cerr << app.help();
+      return kUsageStatus;
+   }
+   try {
+      app.parse(argc, argv);
+   } catch (const CLI::ParseError &error) {
+      const int status = app.exit(error);
+      return status == 0 ? 0 : kUsageStatus;
+   }
 
    if (*captureCmd) {
       captureOptions.commandLine = "zifcache";

@@ -6,11 +6,15 @@ completion and the Debian package.
 
 CHECK is one of:
   layout      cmake --install into a temporary prefix: binaries, links, pages,
-              completions, ID files; a second install leaves foreign files alone
+              completions, ID files, licence; a second install leaves foreign
+              files alone; the installed and the built program find their ID
+              files without ZLC_HWDATA_DIR
   man         every page renders with man -l without warnings, and each
               command's option list in the pages matches its usage text
   completion  the completion scripts offer each command's options
-  package     cpack -G DEB, dpkg -x into a scratch root, commands run from there
+  package     cpack -G DEB, dpkg -x into a scratch root, commands run from there;
+              the copyright file, changelog, maintainer and Installed-Size;
+              lintian finds no error (when it is installed)
 
 Commands that still print "NAME: not built yet" are skipped with a message.
 Exit status 77 (a skip for CTest) when a tool the check needs is missing.
@@ -144,6 +148,12 @@ def check_layout(tree):
         fail(f"a second install did not say which files it left alone:\n{out}")
     if os.readlink(os.path.join(linkdir, "zdf")) != "../../bin/zlcziftools":
         fail("a second install did not restore a missing link")
+
+    for path in ["share/doc/zlcziftools/copyright", "share/doc/zlcziftools/changelog.Debian.gz"]:
+        if not os.path.isfile(os.path.join(prefix, path)):
+            fail(f"{path} is not installed")
+    check_finds_its_data(tree, program, "the installed program")
+    check_finds_its_data(tree, tree.program, "the program in the build tree")
 
 
 # ---------------------------------------------------------------------------
@@ -377,6 +387,8 @@ def check_package(tree):
         return
     program = os.path.join(root, "usr", "bin", "zlcziftools")
     hwdata = os.path.join(root, "usr", "share", "hwdata")
+    check_package_documents(tree, deb, root)
+    check_finds_its_data(tree, program, "the packaged program")
 
     # The ACPI ID files come from the package: lsacpi through its link names
     # the sample's devices from them.
@@ -412,6 +424,93 @@ def check_package(tree):
         vendor = vendors.get(m.group(1)) if m else None
         if vendor and vendor[:63] not in line:
             fail(f"lspci from the package does not name vendor {vendor}: {line}")
+
+
+# ---------------------------------------------------------------------------
+# ID files and package documents
+
+def run_searching(argv):
+    """Runs a command with ZLC_HWDATA_DIR unset: the program looks for its ID files."""
+    env = {k: v for k, v in os.environ.items() if k not in ("ZLC_HWDATA_DIR", "ZLC_SIMULATOR")}
+    return subprocess.run(argv, env=env, stdin=subprocess.DEVNULL, stdout=subprocess.PIPE,
+                          stderr=subprocess.PIPE, timeout=60)
+
+
+def check_finds_its_data(tree, program, what):
+    """Without ZLC_HWDATA_DIR, lsacpi lists the sample as from our ACPI ID files and
+    lspci as from the system's pci.ids: the program finds both where it lives."""
+    expected = {"lsacpi": os.path.join(tree.source, "data", "hwdata")}
+    if os.path.isfile("/usr/share/hwdata/pci.ids"):
+        expected["lspci"] = "/usr/share/hwdata"
+    for command, hwdata in expected.items():
+        want = run([tree.program, "-c", tree.sample, command], env={"ZLC_HWDATA_DIR": hwdata})
+        got = run_searching([program, "-c", tree.sample, command])
+        if tree.not_built(command, text(got)):
+            continue
+        if (got.returncode, got.stdout, got.stderr) != (want.returncode, want.stdout, want.stderr):
+            fail(f"{what} without ZLC_HWDATA_DIR: {command} differs from the one given {hwdata}:\n"
+                 f"{text(got)}\nwanted:\n{text(want)}")
+
+
+def deb_fields(deb, *names):
+    out = run(["dpkg-deb", "-f", deb] + list(names)).stdout.decode()
+    return dict(re.findall(r"^([\w-]+): (.*)$", out, re.M))
+
+
+def check_package_documents(tree, deb, root):
+    doc = os.path.join(root, "usr", "share", "doc", "zlcziftools")
+    fields = deb_fields(deb, "Maintainer", "Version", "Installed-Size", "Homepage")
+    try:
+        with open(os.path.join(doc, "copyright"), encoding="utf-8") as f:
+            copyright_text = f.read()
+        with gzip.open(os.path.join(doc, "changelog.Debian.gz"), "rt", encoding="utf-8") as f:
+            changelog = f.read()
+    except OSError as error:
+        fail(f"the package's documents: {error}")
+        return
+    # The machine-readable copyright: every licence a Files paragraph names has
+    # its own paragraph, and the test copies of pci.ids are covered.
+    paragraphs = [p for p in copyright_text.split("\n\n") if p.strip()]
+    if not paragraphs[0].startswith("Format: https://www.debian.org/doc/packaging-manuals/copyright-format/1.0/"):
+        fail("the copyright file is not in the machine-readable format")
+    named = {name for p in paragraphs if p.startswith("Files:")
+             for name in re.split(r" or | and ", re.search(r"^License: (.*)$", p, re.M).group(1))}
+    stand_alone = {re.match(r"License: (\S+)", p).group(1) for p in paragraphs if p.startswith("License:")}
+    if named != stand_alone or "Expat" not in named:
+        fail(f"the copyright file names the licences {sorted(named)} but gives the texts of {sorted(stand_alone)}")
+    pci_ids = next((p for p in paragraphs if "tests/pci/data/pci.ids" in p), "")
+    if "tests/samples/hwdata/pci.ids" not in pci_ids or "License: GPL-2+ or BSD-3-clause" not in pci_ids:
+        fail(f"the copyright file does not give the licence of the test copies of pci.ids:\n{pci_ids}")
+    with open(os.path.join(tree.source, "LICENSE"), encoding="utf-8") as f:
+        licence_words = f.read().split("\n\n", 2)[2].split()
+    expat = next((p for p in paragraphs if p.startswith("License: Expat\n")), "")
+    if [w for w in expat.split()[2:] if w != "."] != licence_words:
+        fail("the copyright file's Expat text is not that of LICENSE")
+    # One maintainer, one version, no Homepage.
+    maintainer = fields.get("Maintainer", "")
+    if not re.fullmatch(r"[^<>@]+ <[^<>@\s]+@[\w.-]+\.\w+>", maintainer) or "localhost" in maintainer:
+        fail(f"the Maintainer field is not a name and a mail address: {maintainer!r}")
+    if f"Upstream-Contact: {maintainer}\n" not in copyright_text:
+        fail("the copyright file's Upstream-Contact is not the package's Maintainer")
+    if not changelog.startswith(f"zlcziftools ({fields.get('Version')}) ") or f" -- {maintainer}  " not in changelog:
+        fail(f"the changelog's newest entry is not for {fields.get('Version')} by {maintainer}:\n{changelog}")
+    if "Homepage" in fields:
+        fail(f"the package names a Homepage: {fields['Homepage']}")
+    # Installed-Size as dpkg counts it: files in KiB rounded up, one KiB for
+    # every directory and link (CPack counts each link as its target).
+    kib = 0
+    for top, dirs, files in os.walk(root):
+        for name in dirs + files:
+            path = os.path.join(top, name)
+            kib += 1 if os.path.islink(path) or os.path.isdir(path) else (os.path.getsize(path) + 1023) // 1024
+    if fields.get("Installed-Size") != str(kib):
+        fail(f"Installed-Size is {fields.get('Installed-Size')} KiB, the files take {kib}")
+    if shutil.which("lintian"):
+        proc = run(["lintian", "--fail-on", "error", deb])
+        if proc.returncode != 0:
+            fail(f"lintian finds errors in the package:\n{text(proc)}")
+    else:
+        skip_note("lintian is not installed")
 
 
 def main():

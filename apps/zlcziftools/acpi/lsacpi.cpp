@@ -22,6 +22,7 @@
 #include <string_view>
 #include <vector>
 
+#include "hwdata.h"
 #include "idfields.h"
 #include "keyvalue.h"
 #include "pci/modules.h"
@@ -40,7 +41,6 @@ constexpr option kLongOptions[] = {
 
 constexpr char kHidFile[] = "acpiHIDs.ids";
 constexpr char kClassFile[] = "acpiClasses.ids";
-constexpr char kDefaultHwdataDir[] = "/usr/share/hwdata";
 
 constexpr std::string_view kAcpiBusType = rec::system_devicetree_devices_info::busType_acpi;
 constexpr std::string_view kAcpiRootBusId = rec::system_devicetree_devices_info::busId_acpiRoot;
@@ -87,11 +87,7 @@ const char *StatusText(ZLC_ReturnStatus status) {
 }
 
 std::string HwdataPath(const char *file) {
-   const char *dir = std::getenv("ZLC_HWDATA_DIR");
-   if (dir == nullptr || *dir == '\0') {
-      dir = kDefaultHwdataDir;
-   }
-   return std::string(dir) + "/" + file;
+   return hwdata::PathOf(file);
 }
 
 // Copies text into a field, cut to the field's size less one and terminated;

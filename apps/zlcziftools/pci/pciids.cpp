@@ -26,6 +26,8 @@
 #include <cstring>
 #include <new>
 
+#include "hwdata.h"
+
 int nDevID = 0;
 PCIClassEntry *pciClassCodeTable = nullptr;
 int nClass = 0;
@@ -33,7 +35,6 @@ int lastDropInEntry = -1;
 
 namespace {
 
-constexpr char kDefaultHwdataDir[] = "/usr/share/hwdata";
 constexpr const char *kDropInDirectories[] = {"oem.pciids.d", "ihv.pciids.d", "default.pciids.d", "driver.pciids.d",
                                               "fallback.pciids.d"};
 constexpr char kMainFile[] = "pci.ids";
@@ -826,8 +827,7 @@ void AddClassEntry(std::uint8_t classCode, std::uint8_t subclass, std::uint8_t p
 }
 
 std::string PciHwdataDir() {
-   const char *dir = std::getenv("ZLC_HWDATA_DIR");
-   return dir != nullptr && *dir != '\0' ? dir : kDefaultHwdataDir;
+   return hwdata::DirectoryOf(kMainFile);
 }
 
 void PCIBuildTable() {

@@ -99,7 +99,8 @@ void AddClassEntry(std::uint8_t classCode, std::uint8_t subclass, std::uint8_t p
 // The device table's entry at index (0 to nDevID - 1).
 PCIDevEntry PCIDevTableEntry(int index);
 
-// The directory of the ID files: ZLC_HWDATA_DIR, or /usr/share/hwdata.
+// The directory that holds pci.ids (searched as hwdata.h says); its drop-in
+// directories are read from the same directory.
 std::string PciHwdataDir();
 // Builds both tables from the ID files of PciHwdataDir().
 void PCIBuildTable();

@@ -1,0 +1,31 @@
+# Run by cpack after it has built the Debian package (CPACK_POST_BUILD_SCRIPTS):
+# sets the package's Installed-Size as dpkg computes it, each regular file in
+# KiB rounded up and one KiB for every directory and link. CPack counts every
+# link at the size of its target, which makes the eighteen command links
+# count as eighteen copies of zlcziftools.
+foreach(deb IN LISTS CPACK_PACKAGE_FILES)
+  if(NOT deb MATCHES "\\.deb$")
+    continue()
+  endif()
+  set(tree ${deb}.tree)
+  file(REMOVE_RECURSE ${tree})
+  execute_process(COMMAND dpkg-deb --raw-extract ${deb} ${tree} COMMAND_ERROR_IS_FATAL ANY)
+  file(GLOB_RECURSE entries LIST_DIRECTORIES true ${tree}/*)
+  set(kib 0)
+  foreach(entry IN LISTS entries)
+    if(entry MATCHES "^${tree}/DEBIAN(/|$)")
+      continue()
+    elseif(IS_SYMLINK ${entry} OR IS_DIRECTORY ${entry})
+      math(EXPR kib "${kib} + 1")
+    else()
+      file(SIZE ${entry} bytes)
+      math(EXPR kib "${kib} + (${bytes} + 1023) / 1024")
+    endif()
+  endforeach()
+  file(READ ${tree}/DEBIAN/control control)
+  string(REGEX REPLACE "\nInstalled-Size: [0-9]+" "\nInstalled-Size: ${kib}" control "${control}")
+  file(WRITE ${tree}/DEBIAN/control "${control}")
+  execute_process(COMMAND dpkg-deb --root-owner-group --build ${tree} ${deb} OUTPUT_QUIET COMMAND_ERROR_IS_FATAL ANY)
+  file(REMOVE_RECURSE ${tree})
+  message(STATUS "Installed-Size of ${deb}: ${kib} KiB")
+endforeach()
