@@ -5,7 +5,11 @@ as the same cases, and removes the old file.
 
   convert_cases.py [FILE.cases.json...]    (default: every one under tests/)
 
-Prints the number of cases of each file before and after.
+When NAME.cases exists already, only the cases of NAME.cases.json whose
+names it lacks are added at its end (without named texts), so that cases
+written in the old form after the conversion can be brought over; cases
+retired on purpose are not brought back. Prints the number of cases of each
+file before and after.
 """
 import json
 import os
@@ -14,11 +18,12 @@ import subprocess
 import sys
 
 sys.path.insert(0, os.path.dirname(os.path.abspath(__file__)))
-from run_cases import SECTIONS, parse_cases  # noqa: E402
+from run_cases import KEYWORD, SECTIONS, parse_cases  # noqa: E402
 
 WIDTH = 120
 BARE = re.compile(r"[A-Za-z0-9_./=:,+%@$-][A-Za-z0-9_./=:,+%@$#~*?!^&()\[\]<>|;-]*")
 RESERVED = {"=>", "-", "<<", "~<<", "}", "case", "$"}
+RETIRED = {"--tree is -J"}  # now a step of the tree case of tests/world/ps.cases
 
 
 def escape(text):
@@ -73,10 +78,8 @@ def argv_words(argv):
 
 def heredoc_line(line):
     text = escape(line)
-    if text == ".":
-        return "\\x2e"
-    if text.startswith("{"):
-        text = "\\x7b" + text[1:]
+    if text == "." or text.startswith("{") or KEYWORD.match(text):
+        text = "\\x%02x" % ord(text[0]) + text[1:]
     if text.endswith(" "):
         text = text[:-1] + "\\x20"
     return text
@@ -130,23 +133,58 @@ def heredoc_lines(lines):
     return out
 
 
+def line_suffix(a, b):
+    """The longest common tail of a and b made of whole lines."""
+    la, lb = a.split("\n")[:-1], b.split("\n")[:-1]
+    n = 0
+    while n < min(len(la), len(lb)) and la[-1 - n] == lb[-1 - n]:
+        n += 1
+    return "".join(line + "\n" for line in la[len(la) - n:])
+
+
+def best_text(text, candidates):
+    """The longest candidate that text is, or ends in after at most three lines."""
+    for candidate in candidates:
+        if text.endswith(candidate) and text[:-len(candidate)].count("\n") <= 3 and (
+                len(candidate) == len(text) or text[-len(candidate) - 1] == "\n"):
+            return candidate
+    return None
+
+
 def named_texts(table):
-    """Names for the texts of three lines or more that several steps expect."""
-    seen, names = {}, {}
+    """Names for the texts of three lines or more that several streams are or
+    end in, after the command line and stream of the first."""
+    streams = []
     for case in table["cases"]:
         for step in [case] + case.get("then", []):
             for name in ("stdout", "stderr"):
                 text = step.get(name, "")
                 if text.count("\n") >= 3 and text.endswith("\n"):
-                    seen[text] = seen.get(text, 0) + 1
-    for text, count in seen.items():
-        if count > 1:
-            slug = "-".join(re.findall(r"[a-z0-9]+", text.split("\n")[0].lower())[:3]) or "text"
-            name, n = slug, 1
-            while name in names.values():
-                n += 1
-                name = f"{slug}-{n}"
-            names[text] = name
+                    streams.append((text, step["argv"], name))
+    texts = [t for t, _, _ in streams]
+    candidates = set()
+    for i, (a, _, _) in enumerate(streams):
+        for b, _, _ in streams[i + 1:]:
+            tail = a if a == b else line_suffix(a, b)
+            if tail.count("\n") >= 3:
+                candidates.add(tail)
+    candidates = sorted(candidates, key=len, reverse=True)
+    for _ in range(2):
+        users = {}
+        for text in texts:
+            users.setdefault(best_text(text, candidates), []).append(text)
+        candidates = [c for c in candidates if len(users.get(c, [])) > 1]
+    names = {}
+    for candidate in candidates:
+        text, argv, stream_name = next(s for s in streams if s[0].endswith(candidate))
+        words = argv[3:] if argv[1:3] == ["-c", "$SNAPSHOT"] else argv
+        slug = "-".join(re.findall(r"[A-Za-z0-9]+", " ".join(words)))[:30].strip("-") or "text"
+        slug += "-err" if stream_name == "stderr" else ""
+        name, k = slug, 1
+        while name in names.values():
+            k += 1
+            name = f"{slug}-{k}"
+        names[candidate] = name
     return names
 
 
@@ -154,21 +192,23 @@ TEXTS = {}
 
 
 def stream(step, name):
-    """(token, heredoc lines or None) for one stream."""
-    if name in step and step[name] in TEXTS:
-        return "@" + TEXTS[step[name]], None, ""
+    """[token, heredoc lines or None, "" or "<<"] for one stream."""
     if name in step:
         text = step[name]
+        named = best_text(text, list(TEXTS))
+        if named:
+            head = text[:-len(named)]
+            return [(quote(head) + " + " if head else "") + "@" + TEXTS[named], None, ""]
         lines = text[:-1].split("\n") if text.endswith("\n") else None
-        return quote(text), (lines if lines and len(lines) > 1 else None), ""
+        return [quote(text), (lines if lines and len(lines) > 1 else None), ""]
     if name + "_regex" in step:
-        return quote(step[name + "_regex"], "~"), None, ""
-    return "-", None, ""
+        return [quote(step[name + "_regex"], "~"), None, ""]
+    return ["-", None, ""]
 
 
 def step_lines(step, lead):
     """The line of a step (after lead) and the heredocs it needs."""
-    streams = [list(stream(step, "stdout")), list(stream(step, "stderr"))]
+    streams = [stream(step, "stdout"), stream(step, "stderr")]
     if streams[1][0] == "-":
         streams.pop()
         if streams[0][0] == "-":
@@ -188,7 +228,8 @@ def step_lines(step, lead):
     for s in streams:
         if s[2] == "<<":
             docs.extend(heredoc_lines(s[1]))
-            docs.append(".")
+            if s[1][-1] == "" or s is streams[0] and len(streams) > 1 and streams[1][2] == "<<":
+                docs.append(".")
     return [head()] + docs
 
 
@@ -212,8 +253,16 @@ def case_lines(case):
     else:
         lines.extend(first)
     for section, value in case.get("patch", {}).items():
+        line = ""
         for entry in (value if section in SECTIONS else [value]):
-            lines.append(f"patch {section} " + json.dumps(entry, separators=(", ", ": ")))
+            text = json.dumps(entry, separators=(", ", ": "))
+            if line and len(line) + 1 + len(text) <= WIDTH:
+                line += " " + text
+            else:
+                if line:
+                    lines.append(line)
+                line = f"patch {section} " + text
+        lines.append(line)
     lines.extend(extras(case))
     for step in case.get("then", []):
         lines.extend(step_lines(step, "$"))
@@ -231,8 +280,9 @@ def convert(table):
         lines.append(" ".join(["env"] + [word(f"{k}={v}") for k, v in table["env"].items()]))
     TEXTS.clear()
     TEXTS.update(named_texts(table))
-    for text, name in TEXTS.items():
-        lines.extend(["", "text " + name] + heredoc_lines(text[:-1].split("\n")) + ["."])
+    for text, name in sorted(TEXTS.items(), key=lambda item: item[1]):
+        body = text[:-1].split("\n")
+        lines.extend(["", "text " + name] + heredoc_lines(body) + (["."] if body[-1] == "" else []))
     for case in table["cases"]:
         lines.append("")
         lines.extend(case_lines(case))
@@ -261,10 +311,23 @@ def main():
     for path in files:
         with open(path, encoding="utf-8") as f:
             table = json.load(f)
-        text = convert(table)
-        if parse_cases(text) != normal(table):
-            sys.exit(f"{path}: the converted cases read back differently; nothing written")
         new_path = path[:-len(".json")]
+        if os.path.exists(new_path):
+            with open(new_path, encoding="utf-8") as f:
+                old_text = f.read()
+            known = {c["name"] for c in parse_cases(old_text)["cases"]} | RETIRED
+            added = normal({"cases": [c for c in table["cases"] if c["name"] not in known]})["cases"]
+            TEXTS.clear()
+            text = old_text + "".join("\n" + "\n".join(case_lines(c)) + "\n" for c in added)
+            cases = parse_cases(text)["cases"]
+            if cases[len(cases) - len(added):] != added:
+                sys.exit(f"{path}: the added cases read back differently; nothing written")
+            for case in added:
+                print(f"{new_path}: added {case['name']!r}")
+        else:
+            text = convert(table)
+            if parse_cases(text) != normal(table):
+                sys.exit(f"{path}: the converted cases read back differently; nothing written")
         with open(new_path, "w", encoding="utf-8") as f:
             f.write(text)
         os.remove(path)

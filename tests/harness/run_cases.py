@@ -5,34 +5,38 @@ exact standard output, standard error and exit status expected.
 A case file (NAME.cases) is read line by line; blank lines and lines starting
 with # are skipped. Before the first case:
 
-  snapshot host.snap.json     the snapshot of every case: a path beside the
-                              case file, "none", or inline JSON
-  env TZ=UTC                  environment of every case
-  text NAME                   a text that steps name as @NAME: the lines
-                              that follow up to a line "." (as for <<)
+  snapshot host.snap.json   the snapshot of every case: a path beside the
+                            case file, "none", or inline JSON
+  env TZ=UTC ...            the environment of every case
+  text NAME                 a text that streams name as @NAME: the lines
+                            below it, as for <<
 
 Then the cases, each a "case" line and the lines below it:
 
   case NAME [simulator|offhost] [$ WORD... => STATUS [OUT [ERR]]]
-  patch {"records": [...]}    snapshot entries replacing those with the same
-                              node and keys (or added); "absent": true removes
-  $ WORD... => STATUS [OUT [ERR]]    one step: a command line and what it gives
-  env NAME=VALUE ...          for the case before its first step, else the step
-  files {"path": "text" | {"hex": "..."}}    written before the step
-  expect-files {...}          checked after the step; null: must not exist
+  $ WORD... => STATUS [OUT [ERR]]   a step: a command line, what it gives
+  patch SECTION {JSON}...   entries of the snapshot's SECTION (lists,
+                            records, data, devinfo, sets), each replacing the
+                            one of the same node and keys, or added; with
+                            "absent": true removing it. Another SECTION (such
+                            as signature) is replaced whole.
+  env NAME=VALUE ...        for the case before its first step, else the step
+  files {"PATH": "TEXT" or {"hex": "..."}}   written before the step
+  expect-files {...}        the same, checked after it; null: must not exist
 
-A mode word runs the case with ZLC_SIMULATOR=snapshot.zifc (simulator) or
-without (offhost, the default cache mode being the same here). A step on the
-case line is its first. OUT and ERR are each a string ('raw' or "with \\n,
-\\t, \\\\, \\" and \\xHH escapes"), ~STRING for a regular expression that must
-match the whole stream, - for not checked (also when left off), or << for
-the lines that follow up to a line "." (escapes as in "...", each line ending
-in a newline; a line "{A..B} TEXT" stands for the lines TEXT with $i, or $x,
-replaced by each i from A to B in decimal, or hexadecimal), or @NAME for a
-named text. A word {A..B: WORD... } repeats its words for i from A to B,
-with $i replaced by i. Tokens in words, env and files: $SNAPSHOT
-(snapshot.zifc), $CASEDIR (the case file's folder), $TMP (the case's
-directory).
+A step on the case line is the case's first. simulator runs the case with
+ZLC_SIMULATOR=snapshot.zifc; offhost (like the default) without. OUT and ERR
+are "-" or left off for not checked, ~STRING for a regular expression that
+matches the whole stream, or strings, @NAME and << joined by " + ". A string
+is 'raw' or "with \\n \\t \\\\ \\" \\xHH". << takes the lines below the step
+up to a line "." or the next line that starts with a keyword (case, $, patch,
+env, files, expect-files, text) and a blank; blank lines before that keyword
+line are not part of it. Its lines have the escapes of "...", and a line
+"{A..B} TEXT" stands for the lines TEXT with $i (or $x) replaced by each i
+from A to B in decimal (or hexadecimal). A word {A..B: WORD... } stands for
+the words repeated with $i replaced by each i. In words, env and files,
+$SNAPSHOT is snapshot.zifc, $CASEDIR the case file's folder, $TMP the case's
+directory.
 
 Each case runs in a fresh temporary directory holding the packed snapshot as
 snapshot.zifc. The first word names the program as started: "zifcache" runs
@@ -105,13 +109,39 @@ def expand_repeats(words):
     return argv
 
 
+KEYWORD = re.compile(r"(case|\$|patch|env|files|expect-files|text) ")
+
+
+class Lines:
+    def __init__(self, text):
+        self.items, self.pos = text.split("\n"), 0
+
+    def __iter__(self):
+        return self
+
+    def __next__(self):
+        if self.pos == len(self.items):
+            raise StopIteration
+        self.pos += 1
+        return self.items[self.pos - 1]
+
+    def at_keyword(self):
+        return self.pos == len(self.items) or KEYWORD.match(self.items[self.pos]) is not None
+
+
 def heredoc(lines):
-    block = []
-    while (line := next(lines)) != ".":
+    """The text of the lines up to a line "." or the next keyword line; blank
+    lines before a keyword line are not part of it."""
+    block, closed = [], False
+    while not closed and not lines.at_keyword():
+        line = next(lines)
+        closed = line == "."
         m = re.match(r"\{(\d+)\.\.(\d+)\} (.*)", line)
-        for i in range(int(m.group(1)), int(m.group(2)) + 1) if m else [None]:
+        for i in range(int(m.group(1)), int(m.group(2)) + 1) if m else [] if closed else [None]:
             text = m.group(3).replace("$i", str(i)).replace("$x", "%x" % i) if m else line
             block.append(unescape(text) + "\n")
+    while not closed and block and block[-1] == "\n":
+        block.pop()
     return "".join(block)
 
 
@@ -122,25 +152,54 @@ def parse_step(toks, lines, texts):
     step = {"argv": expand_repeats(toks[:arrow])}
     expect = toks[arrow + 1:]
     if expect:
-        step["status"] = int(expect[0][1])
-    for name, (kind, text) in zip(("stdout", "stderr"), expect[1:3]):
-        if kind == "word" and text == "-":
+        step["status"] = int(expect.pop(0)[1])
+    for name in ("stdout", "stderr"):
+        if not expect:
+            break
+        kind, text = expect.pop(0)
+        if kind == "regex":
+            step[name + "_regex"] = text
             continue
-        if kind == "word" and text == "<<":
-            kind, text = "string", heredoc(lines)
-        elif kind == "word" and text.startswith("@") and text[1:] in texts:
-            kind, text = "string", texts[text[1:]]
-        elif kind == "word":
-            raise CaseError(f"{text}: not a string, ~regex, -, << or a named text")
-        step[name + ("_regex" if kind == "regex" else "")] = text
+        pieces = [(kind, text)]
+        while expect and expect[0] == ("word", "+"):
+            pieces.append(expect[1])
+            del expect[:2]
+        if pieces != [("word", "-")]:
+            step[name] = "".join(piece(kind, text, lines, texts) for kind, text in pieces)
     return step
+
+
+def piece(kind, text, lines, texts):
+    if kind == "string":
+        return text
+    if text == "<<":
+        return heredoc(lines)
+    if text.startswith("@") and text[1:] in texts:
+        return texts[text[1:]]
+    raise CaseError(f"{text}: not a string, ~regex, -, << or a named text")
+
+
+def json_values(text):
+    """The JSON values of text, one after another."""
+    values, pos, decoder = [], 0, json.JSONDecoder()
+    while text[pos:].strip():
+        value, pos = decoder.raw_decode(text, len(text) - len(text[pos:].lstrip()))
+        values.append(value)
+    return values
 
 
 def parse_cases(text):
     """The table of a case file, in the form the runner takes."""
+    lines = Lines(text)
+    try:
+        return parse_lines(lines)
+    except (CaseError, ValueError, IndexError, StopIteration) as error:
+        raise CaseError(f"line {lines.pos}: {error}") from None
+
+
+def parse_lines(lines):
     table = {"snapshot": None, "env": {}, "cases": []}
     texts = {}
-    lines = iter(text.split("\n"))
     case = step = None
     for line in lines:
         if not line.strip() or line.lstrip().startswith("#"):
@@ -154,6 +213,8 @@ def parse_cases(text):
             if more and more[0][1] in MODES:
                 case["mode"] = more.pop(0)[1]
             if more:
+                if more[0] != ("word", "$"):
+                    raise CaseError("no $ before the command line")
                 step = case
                 case.update(parse_step(more[1:], lines, texts))
         elif case is None and head == "text" and len(toks) == 2:
@@ -173,12 +234,12 @@ def parse_cases(text):
                 case.update(step)
                 step = case
         elif head == "patch":
-            section, value = toks[1][1], json.loads(rest[len(toks[1][1]):])
+            section, values = toks[1][1], json_values(rest[len(toks[1][1]):])
             patch = case.setdefault("patch", {})
             if section in SECTIONS:
-                patch.setdefault(section, []).append(value)
+                patch.setdefault(section, []).extend(values)
             else:
-                patch[section] = value
+                patch[section] = values[0]
         elif head in ("files", "expect-files"):
             (step if step is not None else case).setdefault(head.replace("-", "_"), {}).update(json.loads(rest))
         else:
@@ -379,7 +440,12 @@ def main():
     parser.add_argument("--case", help="run only the case of this name")
     parser.add_argument("case_file")
     args = parser.parse_args()
-    return Runner(args.zlcziftools, args.zifcache, args.case_file).run(args.case)
+    try:
+        runner = Runner(args.zlcziftools, args.zifcache, args.case_file)
+    except CaseError as error:
+        print(f"{args.case_file}: {error}")
+        return 1
+    return runner.run(args.case)
 
 
 if __name__ == "__main__":
