@@ -5,11 +5,13 @@ as the same cases, and removes the old file.
 
   convert_cases.py [FILE.cases.json...]    (default: every one under tests/)
 
-When NAME.cases exists already, only the cases of NAME.cases.json whose
-names it lacks are added at its end (without named texts), so that cases
-written in the old form after the conversion can be brought over; cases
-retired on purpose are not brought back. Prints the number of cases of each
-file before and after.
+When NAME.cases exists already (cases written in the old form after the
+conversion), only what changed since the conversion is brought over: a case
+whose name NAME.cases lacks is added at its end, and a case that differs from
+its form at the conversion (found in git's history) replaces the case of its
+name; cases left as they were, or retired on purpose, are not touched. Each
+is named as it is taken. Prints the number of cases of each file before and
+after.
 """
 import json
 import os
@@ -18,12 +20,52 @@ import subprocess
 import sys
 
 sys.path.insert(0, os.path.dirname(os.path.abspath(__file__)))
-from run_cases import KEYWORD, SECTIONS, parse_cases  # noqa: E402
+from run_cases import KEYWORD, SECTIONS, parse_cases, tokens  # noqa: E402
 
 WIDTH = 120
 BARE = re.compile(r"[A-Za-z0-9_./=:,+%@$-][A-Za-z0-9_./=:,+%@$#~*?!^&()\[\]<>|;-]*")
 RESERVED = {"=>", "-", "<<", "~<<", "}", "case", "$"}
 RETIRED = {"--tree is -J"}  # now a step of the tree case of tests/world/ps.cases
+
+
+def cases_at_conversion(path):
+    """The cases of path by name as they stood when the conversion removed it."""
+    commit = subprocess.run(["git", "log", "-1", "--format=%H", "--diff-filter=D", "--", path],
+                            capture_output=True, text=True).stdout.strip()
+    shown = subprocess.run(["git", "show", f"{commit}^:{path}"], capture_output=True, text=True) if commit else None
+    if not shown or shown.returncode != 0:
+        return {}
+    return {c["name"]: c for c in normal(json.loads(shown.stdout))["cases"]}
+
+
+def merge(path, table, old_text):
+    """old_text with the cases of table that changed since the conversion."""
+    base = cases_at_conversion(path)
+    head, blocks, names = [], [], []  # the lines before the first case, and those of each case
+    for line in old_text.rstrip("\n").split("\n"):
+        if line.startswith("case "):
+            blocks.append([])
+            names.append(tokens(line)[1][1])
+        (blocks[-1] if blocks else head).append(line)
+    TEXTS.clear()
+    taken = []
+    for case in normal(table)["cases"]:
+        unchanged = base.get(case["name"]) == case or (not base and case["name"] in names)
+        if unchanged or case["name"] in RETIRED:
+            continue
+        lines = case_lines(case)
+        if case["name"] in names:
+            blocks[names.index(case["name"])] = lines
+        else:
+            blocks.append(lines)
+            names.append(case["name"])
+        taken.append(case)
+        print(f"{path}: took over {case['name']!r}")
+    text = "\n\n".join("\n".join(block).strip("\n") for block in [head] + blocks) + "\n"
+    read = {c["name"]: c for c in parse_cases(text)["cases"]}
+    if any(read.get(case["name"]) != case for case in taken):
+        sys.exit(f"{path}: the cases taken over read back differently; nothing written")
+    return text
 
 
 def escape(text):
@@ -314,16 +356,7 @@ def main():
         new_path = path[:-len(".json")]
         if os.path.exists(new_path):
             with open(new_path, encoding="utf-8") as f:
-                old_text = f.read()
-            known = {c["name"] for c in parse_cases(old_text)["cases"]} | RETIRED
-            added = normal({"cases": [c for c in table["cases"] if c["name"] not in known]})["cases"]
-            TEXTS.clear()
-            text = old_text + "".join("\n" + "\n".join(case_lines(c)) + "\n" for c in added)
-            cases = parse_cases(text)["cases"]
-            if cases[len(cases) - len(added):] != added:
-                sys.exit(f"{path}: the added cases read back differently; nothing written")
-            for case in added:
-                print(f"{new_path}: added {case['name']!r}")
+                text = merge(path, table, f.read())
         else:
             text = convert(table)
             if parse_cases(text) != normal(table):
