@@ -1,14 +1,14 @@
 """Writes a bash completion script from its template and the options table.
 
-Usage: make_completion.py OPTIONS_TABLE SIGNALS_SOURCE PREFIX TEMPLATE OUT
+Usage: make_completion.py OPTIONS_TABLE COMMANDS_DEF SIGNALS_DEF PREFIX TEMPLATE OUT
 
 The line "@TABLES@" of TEMPLATE becomes bash arrays named after PREFIX: the
 options of each command, the options that take a separate argument with what
-completes it, what completes the operands, the command (or subcommand) names
-and, from the signal table of the program's source, the signal names.
+completes it, what completes the operands, the command names (from the
+program's commands.def; zifcache's subcommands from the table) and the signal
+names (from the program's signals.def).
 """
 import os
-import re
 import sys
 
 sys.path.insert(0, os.path.join(os.path.dirname(os.path.abspath(__file__)), "..", "man"))
@@ -29,16 +29,15 @@ def option_words(command):
     return " ".join(words)
 
 
-def tables(commands, signals, prefix):
+def tables(commands, names, signals, prefix):
     lines = []
     if prefix == "_zifcache":
         chosen = {n: c for n, c in commands.items() if n.startswith("zifcache ")}
-        names = " ".join(n.split(" ", 1)[1] for n in chosen)
-        lines.append(f"_zifcache_subcommands={quote(names)}")
+        subcommands = " ".join(n.split(" ", 1)[1] for n in chosen)
+        lines.append(f"_zifcache_subcommands={quote(subcommands)}")
     else:
-        chosen = {n: c for n, c in commands.items() if not n.startswith("zifcache ")}
-        names = " ".join(n for n in chosen if n != "zlcziftools")
-        lines.append(f"_zlcziftools_commands={quote(names)}")
+        chosen = {n: commands[n] for n in ["zlcziftools"] + names}
+        lines.append(f"_zlcziftools_commands={quote(' '.join(names))}")
         lines.append(f"_zlcziftools_signals={quote(' '.join('-' + s for s in signals))}")
     for table in ("options", "optargs", "operands"):
         lines.append(f"declare -gA {prefix}_{table}=(")
@@ -56,17 +55,18 @@ def tables(commands, signals, prefix):
 
 
 def main():
-    table_path, signals_path, prefix, template_path, out_path = sys.argv[1:6]
+    table_path, commands_path, signals_path, prefix, template_path, out_path = sys.argv[1:7]
     commands = optionstable.load(table_path)
-    with open(signals_path, encoding="utf-8") as f:
-        signals = re.findall(r'\{"([A-Z][A-Z0-9]*)",\s*\d+\}', f.read())
-    if not signals:
-        sys.exit(f"{signals_path}: no signal names found")
+    names = optionstable.command_names(commands_path)
+    missing = [n for n in ["zlcziftools"] + names if n not in commands]
+    if missing:
+        sys.exit(f"{table_path}: no block for {', '.join(missing)}")
+    signals = [name for name, _ in optionstable.load_list(signals_path, "ZIF_SIGNAL")]
     with open(template_path, encoding="utf-8") as f:
         text = f.read()
     if "@TABLES@" not in text:
         sys.exit(f"{template_path}: no @TABLES@ line")
-    text = text.replace("@TABLES@", tables(commands, signals, prefix))
+    text = text.replace("@TABLES@", tables(commands, names, signals, prefix))
     optionstable.write_replacing(out_path, text)
 
 

@@ -1,7 +1,8 @@
-"""Reads man/options.txt, the one list of every command's options.
+"""Reads man/options.txt, the one list of every command's options, and the
+.def lists of the program (the commands, the signal names).
 
 The man page generator, the completion generator and the install tests all go
-through this module, so that the three cannot read the table differently.
+through this module, so that the three cannot read the tables differently.
 """
 import os
 import re
@@ -92,6 +93,32 @@ def load(path):
             except ValueError as e:
                 raise ValueError(f"{path}:{number}: {e}") from None
     return commands
+
+
+_DEF_ENTRY = re.compile(r'^([A-Z_]+)\("([^"]+)", ([A-Za-z0-9_]+)\)$')
+
+
+def load_list(path, macro):
+    """The entries of a .def list (commands.def, signals.def) in order: the
+    pairs (name, second argument) of its lines MACRO("name", value). Any line
+    but those, comments and blank lines is an error, so that the C++ code and
+    the scripts cannot read the list differently."""
+    entries = []
+    with open(path, encoding="utf-8") as f:
+        for number, line in enumerate(f, 1):
+            line = line.strip()
+            if not line or line.startswith("//"):
+                continue
+            m = _DEF_ENTRY.match(line)
+            if not m or m.group(1) != macro:
+                raise ValueError(f"{path}:{number}: not a {macro}(\"name\", value) line")
+            entries.append((m.group(2), m.group(3)))
+    return entries
+
+
+def command_names(commands_def):
+    """The command names of commands.def, in the table's stored order."""
+    return [name for name, _ in load_list(commands_def, "ZIF_COMMAND")]
 
 
 def scdoc_term(option):

@@ -10,7 +10,6 @@
 #include <libgen.h>
 #include <unistd.h>
 
-#include <array>
 #include <cstdarg>
 #include <cstdio>
 #include <cstdlib>
@@ -29,26 +28,11 @@ struct Command {
 };
 
 // Stored order; both usage texts list the commands in this order.
-constexpr std::array<Command, 18> kCommands = {{
-      {"lspci", LspciMain},
-      {"lsacpi", LsacpiMain},
-      {"ps", PsMain},
-      {"hwclock", HwclockMain},
-      {"zelnor", ZelnorMain},
-      {"irqinfo", IrqinfoMain},
-      {"bootOption", BootOptionMain},
-      {"amldump", AmldumpMain},
-      {"pci-info", PciInfoMain},
-      {"pidof", PidofMain},
-      {"userspaceof", UserspaceofMain},
-      {"zdu", ZduMain},
-      {"lsof", LsofMain},
-      {"zdf", ZdfMain},
-      {"pkill", PkillMain},
-      {"pgrep", PgrepMain},
-      {"uptime", UptimeMain},
-      {"rpcfg", RpcfgMain},
-}};
+constexpr Command kCommands[] = {
+#define ZIF_COMMAND(name, handler) {name, handler},
+#include "commands.def"
+#undef ZIF_COMMAND
+};
 
 constexpr char kOwnName[] = "zlcziftools";
 
@@ -133,11 +117,6 @@ void Warning(const char *format, ...) {
    va_start(args, format);
    VWriteMessage(format, args);
    va_end(args);
-}
-
-int NotBuiltYet(const char *name) {
-   std::fprintf(stderr, "%s: not built yet\n", name);
-   return 1;
 }
 
 int ZifToolsMain(int argc, char **argv) {

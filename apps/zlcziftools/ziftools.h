@@ -19,25 +19,7 @@ using CommandHandler = int (*)(int argc, char **argv);
 // The process entry: chooses the source, checks the signature, runs one command.
 int ZifToolsMain(int argc, char **argv);
 
-// The message of a command whose implementation has not landed yet.
-int NotBuiltYet(const char *name);
-
-// The command table's handlers, one per command, in the table's stored order.
-int LspciMain(int argc, char **argv);
-int LsacpiMain(int argc, char **argv);
-int PsMain(int argc, char **argv);
-int HwclockMain(int argc, char **argv);
-int ZelnorMain(int argc, char **argv);
-int IrqinfoMain(int argc, char **argv);
-int BootOptionMain(int argc, char **argv);
-int AmldumpMain(int argc, char **argv);
-int PciInfoMain(int argc, char **argv);
-int PidofMain(int argc, char **argv);
-int UserspaceofMain(int argc, char **argv);
-int ZduMain(int argc, char **argv);
-int LsofMain(int argc, char **argv);
-int ZdfMain(int argc, char **argv);
-int PkillMain(int argc, char **argv);
-int PgrepMain(int argc, char **argv);
-int UptimeMain(int argc, char **argv);
-int RpcfgMain(int argc, char **argv);
+// The command table's handlers, one per command of commands.def.
+#define ZIF_COMMAND(name, handler) int handler(int argc, char **argv);
+#include "commands.def"
+#undef ZIF_COMMAND

@@ -2,45 +2,49 @@
 """Runs command-line cases: a snapshot in JSON form, a command line, and the
 exact standard output, standard error and exit status expected.
 
-A case file (NAME.cases.json) holds a table of cases:
+A case file (NAME.cases) is read line by line; blank lines and lines starting
+with # are skipped. Before the first case:
 
-  {
-    "snapshot": "host.snap.json",        default snapshot for every case: a path
-                                         relative to the case file, an inline JSON
-                                         form, or null for none
-    "env": {"ZLC_HWDATA_DIR": "$CASEDIR/hwdata"},   environment for every case
-    "cases": [
-      {
-        "name": "uptime in the long form",
-        "mode": "cache",                 cache (default): no simulator;
-                                         simulator: ZLC_SIMULATOR=snapshot.zifc;
-                                         offhost: neither (same as cache here)
-        "patch": {"records": [...]},     entries replacing those with the same
-                                         node and keys (or added); an entry with
-                                         "absent": true removes its match
-        "argv": ["zlcziftools", "-c", "$SNAPSHOT", "uptime"],
-        "stdout": "...", "stderr": "", "status": 0,
-        "then": [ {"argv": [...], ...} ] later steps in the same directory
-      }
-    ]
-  }
+  snapshot host.snap.json   the snapshot of every case: a path beside the
+                            case file, "none", or inline JSON
+  env TZ=UTC ...            the environment of every case
+  text NAME                 a text that streams name as @NAME: the lines
+                            below it, as for <<
+
+Then the cases, each a "case" line and the lines below it:
+
+  case NAME [simulator|offhost] [$ WORD... => STATUS [OUT [ERR]]]
+  $ WORD... => STATUS [OUT [ERR]]   a step: a command line, what it gives
+  patch SECTION {JSON}...   entries of the snapshot's SECTION (lists,
+                            records, data, devinfo, sets), each replacing the
+                            one of the same node and keys, or added; with
+                            "absent": true removing it. Another SECTION (such
+                            as signature) is replaced whole.
+  env NAME=VALUE ...        for the case before its first step, else the step
+  files {"PATH": "TEXT" or {"hex": "..."}}   written before the step
+  expect-files {...}        the same, checked after it; null: must not exist
+
+A step on the case line is the case's first. simulator runs the case with
+ZLC_SIMULATOR=snapshot.zifc; offhost (like the default) without. OUT and ERR
+are "-" or left off for not checked, ~STRING for a regular expression that
+matches the whole stream, or strings, @NAME and << joined by " + ". A string
+is 'raw' or "with \\n \\t \\\\ \\" \\xHH". << takes the lines below the step
+up to a line "." or the next line that starts with a keyword (case, $, patch,
+env, files, expect-files, text) and a blank; blank lines before that keyword
+line are not part of it. Its lines have the escapes of "...", and a line
+"{A..B} TEXT" stands for the lines TEXT with $i (or $x) replaced by each i
+from A to B in decimal (or hexadecimal). A word {A..B: WORD... } stands for
+the words repeated with $i replaced by each i. In words, env and files,
+$SNAPSHOT is snapshot.zifc, $CASEDIR the case file's folder, $TMP the case's
+directory.
 
 Each case runs in a fresh temporary directory holding the packed snapshot as
-snapshot.zifc. argv[0] names the program as started: "zifcache" runs the
-snapshot tool; any other word or relative path becomes a link to the
+snapshot.zifc. The first word names the program as started: "zifcache" runs
+the snapshot tool; any other word or relative path becomes a link to the
 zlcziftools executable at that path inside the directory (so "ps",
 "usr/bin/ps" and "zlcziftools.new" all work), run with the directory as the
-working directory.
-
-Expected streams are compared byte for byte; a JSON string stands for the
-bytes of its characters (\\u000e is the byte 0x0e). Instead of "stdout" a step
-may give "stdout_lines" (each line gets a newline) or "stdout_regex" (a full
-match); likewise for stderr. A stream not mentioned is not checked; "status"
-defaults to 0. "files" creates files before a step ({"path": "text"}, or
-{"path": {"hex": "..."}}); "expect_files" checks files after it, with the same
-forms, and a null value means the file must not exist. Tokens in argv, env
-and files: $SNAPSHOT (snapshot.zifc), $CASEDIR (the case file's folder), $TMP
-(the case's directory).
+working directory. Streams are compared byte for byte: a character stands for
+the byte of its code (\\x0e is the byte 0x0e).
 """
 
 import argparse
@@ -54,6 +58,193 @@ import sys
 import tempfile
 
 SECTIONS = ("lists", "records", "data", "devinfo", "sets")
+MODES = ("simulator", "offhost")
+ESCAPES = {"n": "\n", "t": "\t", "r": "\r", "\\": "\\", '"': '"'}
+TOKEN = re.compile(r"""\s*(?:(~?)'([^']*)'|(~?)"((?:[^"\\]|\\.)*)"|(\S+))""")
+
+
+class CaseError(Exception):
+    pass
+
+
+def unescape(text):
+    def one(m):
+        code = m.group(1)
+        return chr(int(code[1:], 16)) if code[0] == "x" else ESCAPES[code]
+    try:
+        return re.sub(r"\\(x[0-9a-fA-F]{2}|[ntr\\\"])", one, text)
+    except KeyError:
+        raise CaseError("bad escape in " + text) from None
+
+
+def tokens(line):
+    """(kind, text) pairs: kind is "word", "string" or "regex"."""
+    out, pos, line = [], 0, line.rstrip()
+    while pos < len(line):
+        m = TOKEN.match(line, pos)
+        if not m:
+            raise CaseError("unreadable text: " + line[pos:])
+        pos = m.end()
+        if m.group(2) is not None:
+            out.append(("regex" if m.group(1) else "string", m.group(2)))
+        elif m.group(4) is not None:
+            out.append(("regex" if m.group(3) else "string", unescape(m.group(4))))
+        else:
+            out.append(("word", m.group(5)))
+    return out
+
+
+def expand_repeats(words):
+    argv, i = [], 0
+    while i < len(words):
+        m = re.fullmatch(r"\{(\d+)\.\.(\d+):", words[i][1]) if words[i][0] == "word" else None
+        if not m:
+            argv.append(words[i][1])
+            i += 1
+            continue
+        end = words.index(("word", "}"), i)
+        for n in range(int(m.group(1)), int(m.group(2)) + 1):
+            argv.extend(w.replace("$i", str(n)) for _, w in words[i + 1:end])
+        i = end + 1
+    return argv
+
+
+KEYWORD = re.compile(r"(case|\$|patch|env|files|expect-files|text) ")
+
+
+class Lines:
+    def __init__(self, text):
+        self.items, self.pos = text.split("\n"), 0
+
+    def __iter__(self):
+        return self
+
+    def __next__(self):
+        if self.pos == len(self.items):
+            raise StopIteration
+        self.pos += 1
+        return self.items[self.pos - 1]
+
+    def at_keyword(self):
+        return self.pos == len(self.items) or KEYWORD.match(self.items[self.pos]) is not None
+
+
+def heredoc(lines):
+    """The text of the lines up to a line "." or the next keyword line; blank
+    lines before a keyword line are not part of it."""
+    block, closed = [], False
+    while not closed and not lines.at_keyword():
+        line = next(lines)
+        closed = line == "."
+        m = re.match(r"\{(\d+)\.\.(\d+)\} (.*)", line)
+        for i in range(int(m.group(1)), int(m.group(2)) + 1) if m else [] if closed else [None]:
+            text = m.group(3).replace("$i", str(i)).replace("$x", "%x" % i) if m else line
+            block.append(unescape(text) + "\n")
+    while not closed and block and block[-1] == "\n":
+        block.pop()
+    return "".join(block)
+
+
+def parse_step(toks, lines, texts):
+    """A step from the tokens after "$"; heredoc lines are taken from lines."""
+    words = [t if kind == "word" else None for kind, t in toks]
+    arrow = words.index("=>") if "=>" in words else len(toks)
+    step = {"argv": expand_repeats(toks[:arrow])}
+    expect = toks[arrow + 1:]
+    if expect:
+        step["status"] = int(expect.pop(0)[1])
+    for name in ("stdout", "stderr"):
+        if not expect:
+            break
+        kind, text = expect.pop(0)
+        if kind == "regex":
+            step[name + "_regex"] = text
+            continue
+        pieces = [(kind, text)]
+        while expect and expect[0] == ("word", "+"):
+            pieces.append(expect[1])
+            del expect[:2]
+        if pieces != [("word", "-")]:
+            step[name] = "".join(piece(kind, text, lines, texts) for kind, text in pieces)
+    return step
+
+
+def piece(kind, text, lines, texts):
+    if kind == "string":
+        return text
+    if text == "<<":
+        return heredoc(lines)
+    if text.startswith("@") and text[1:] in texts:
+        return texts[text[1:]]
+    raise CaseError(f"{text}: not a string, ~regex, -, << or a named text")
+
+
+def json_values(text):
+    """The JSON values of text, one after another."""
+    values, pos, decoder = [], 0, json.JSONDecoder()
+    while text[pos:].strip():
+        value, pos = decoder.raw_decode(text, len(text) - len(text[pos:].lstrip()))
+        values.append(value)
+    return values
+
+
+def parse_cases(text):
+    """The table of a case file, in the form the runner takes."""
+    lines = Lines(text)
+    try:
+        return parse_lines(lines)
+    except (CaseError, ValueError, IndexError, StopIteration) as error:
+        raise CaseError(f"line {lines.pos}: {error}") from None
+
+
+def parse_lines(lines):
+    table = {"snapshot": None, "env": {}, "cases": []}
+    texts = {}
+    case = step = None
+    for line in lines:
+        if not line.strip() or line.lstrip().startswith("#"):
+            continue
+        toks = tokens(line)
+        head, rest = toks[0][1], line.strip()[len(toks[0][1]):].strip()
+        if head == "case":
+            case, step = {"name": toks[1][1]}, None
+            table["cases"].append(case)
+            more = toks[2:]
+            if more and more[0][1] in MODES:
+                case["mode"] = more.pop(0)[1]
+            if more:
+                if more[0] != ("word", "$"):
+                    raise CaseError("no $ before the command line")
+                step = case
+                case.update(parse_step(more[1:], lines, texts))
+        elif case is None and head == "text" and len(toks) == 2:
+            texts[toks[1][1]] = heredoc(lines)
+        elif case is None and head == "snapshot":
+            table["snapshot"] = None if rest == "none" else json.loads(rest) if rest.startswith("{") else rest
+        elif head == "env":
+            env = (step if step is not None else case if case is not None else table).setdefault("env", {})
+            env.update(pair.partition("=")[::2] for _, pair in toks[1:])
+        elif case is None:
+            raise CaseError("before the first case: " + line)
+        elif head == "$":
+            step = parse_step(toks[1:], lines, texts)
+            if "argv" in case:
+                case.setdefault("then", []).append(step)
+            else:
+                case.update(step)
+                step = case
+        elif head == "patch":
+            section, values = toks[1][1], json_values(rest[len(toks[1][1]):])
+            patch = case.setdefault("patch", {})
+            if section in SECTIONS:
+                patch.setdefault(section, []).extend(values)
+            else:
+                patch[section] = values[0]
+        elif head in ("files", "expect-files"):
+            (step if step is not None else case).setdefault(head.replace("-", "_"), {}).update(json.loads(rest))
+        else:
+            raise CaseError("unknown line: " + line)
+    return table
 
 
 def identity(section, entry):
@@ -93,8 +284,6 @@ def to_bytes(text):
 def expected_stream(step, name):
     if name in step:
         return ("exact", to_bytes(step[name]))
-    if name + "_lines" in step:
-        return ("exact", to_bytes("".join(line + "\n" for line in step[name + "_lines"])))
     if name + "_regex" in step:
         return ("regex", step[name + "_regex"])
     return None
@@ -123,7 +312,7 @@ class Runner:
         self.case_file = os.path.abspath(case_file)
         self.case_dir = os.path.dirname(self.case_file)
         with open(self.case_file, encoding="utf-8") as f:
-            self.table = json.load(f)
+            self.table = parse_cases(f.read())
 
     def load_snapshot(self, given):
         """A snapshot given inline (or null) as it is; a path, read from the case file's folder."""
@@ -185,16 +374,15 @@ class Runner:
         if mode == "simulator":
             step_env["ZLC_SIMULATOR"] = step_env.get("ZLC_SIMULATOR", "snapshot.zifc")
         self.write_files(step.get("files", {}), tmp)
-        stdin = to_bytes(step.get("stdin", ""))
-        result = subprocess.run(argv, executable=executable, cwd=tmp, env=step_env, input=stdin,
-                                capture_output=True, timeout=step.get("timeout", 60))
+        result = subprocess.run(argv, executable=executable, cwd=tmp, env=step_env, stdin=subprocess.DEVNULL,
+                                capture_output=True, timeout=60)
         problems = []
         compare_stream("stdout", expected_stream(step, "stdout"), result.stdout, problems)
         compare_stream("stderr", expected_stream(step, "stderr"), result.stderr, problems)
         wanted_status = step.get("status", 0)
         if result.returncode != wanted_status:
             problems.append("exit status %d, expected %d" % (result.returncode, wanted_status))
-            if "stderr" not in step and "stderr_lines" not in step and "stderr_regex" not in step:
+            if "stderr" not in step and "stderr_regex" not in step:
                 problems.append("stderr was:\n" + "\n".join(show(result.stderr)))
         self.check_files(step.get("expect_files", {}), tmp, problems)
         return problems
@@ -252,7 +440,12 @@ def main():
     parser.add_argument("--case", help="run only the case of this name")
     parser.add_argument("case_file")
     args = parser.parse_args()
-    return Runner(args.zlcziftools, args.zifcache, args.case_file).run(args.case)
+    try:
+        runner = Runner(args.zlcziftools, args.zifcache, args.case_file)
+    except CaseError as error:
+        print(f"{args.case_file}: {error}")
+        return 1
+    return runner.run(args.case)
 
 
 if __name__ == "__main__":

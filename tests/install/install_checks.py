@@ -16,7 +16,8 @@ CHECK is one of:
               the copyright file, changelog, maintainer and Installed-Size;
               lintian finds no error (when it is installed)
 
-Commands that still print "NAME: not built yet" are skipped with a message.
+Every check also proves that what it looks at lists the commands of
+commands.def (and the completion the signals of signals.def) in their order.
 Exit status 77 (a skip for CTest) when a tool the check needs is missing.
 """
 import argparse
@@ -66,11 +67,14 @@ class Tree:
         self.zifcache = os.path.join(self.build, "bin", "zifcache")
         self.sample = os.path.join(self.build, "samples", "sample-host.zifc")
         self.table = optionstable.load(os.path.join(self.source, "man", "options.txt"))
+        self.names = optionstable.command_names(os.path.join(self.source, "apps", "zlcziftools", "commands.def"))
+        self.signals = optionstable.load_list(os.path.join(self.source, "apps", "zlcziftools", "world", "signals.def"),
+                                              "ZIF_SIGNAL")
         self.tmp = tempfile.mkdtemp(prefix="zif-install-")
 
     def commands(self):
-        """The eighteen command names, in the table's order."""
-        return [n for n in self.table if n != "zlcziftools" and not n.startswith("zifcache ")]
+        """The command names of commands.def, in the table's order."""
+        return self.names
 
     def simulator(self):
         """A private copy of the sample snapshot to run commands on as the live host."""
@@ -78,12 +82,6 @@ class Tree:
         if not os.path.exists(path):
             shutil.copyfile(self.sample, path)
         return path
-
-    def not_built(self, name, output):
-        if f"{name}: not built yet" in output:
-            skip_note(f"{name} is not built yet")
-            return True
-        return False
 
     def install(self, prefix):
         proc = run(["cmake", "--install", self.build, "--prefix", prefix])
@@ -118,9 +116,11 @@ def check_layout(tree):
 
     # A link starts its command: the long usage would name any other word.
     proc = run([os.path.join(linkdir, "userspaceof")], env={"ZLC_SIMULATOR": tree.simulator()})
-    out = text(proc)
-    if not tree.not_built("userspaceof", out) and "userspaceof WID" not in out:
-        fail(f"the userspaceof link did not start userspaceof:\n{out}")
+    if "userspaceof WID" not in text(proc):
+        fail(f"the userspaceof link did not start userspaceof:\n{text(proc)}")
+    usage = run([program, "nosuch"], env={"ZLC_SIMULATOR": tree.simulator()}).stderr.decode()
+    if usage.split("Functions:\n")[-1].split() != names:
+        fail(f"the program's command list is not that of commands.def:\n{usage}")
 
     for path in ["share/man/man8/zlcziftools.8.gz", "share/man/man1/zifcache.1.gz",
                  "share/bash-completion/completions/zlcziftools",
@@ -200,14 +200,20 @@ def usage_forms(usage):
 
 def usage_text(tree, name, command):
     if name.startswith("zifcache "):
-        listing = text(run([tree.zifcache, "--help"]))
-        if not re.search(rf"^\s+{name.split()[1]}\s", listing, re.M):
-            skip_note(f"{name} is not built yet")
-            return None
         return text(run([tree.zifcache] + command.usage_args))
     argv = [tree.program] if name == "zlcziftools" else [tree.program, name]
-    out = text(run(argv + command.usage_args, env={"ZLC_SIMULATOR": tree.simulator()}))
-    return None if tree.not_built(name, out) else out
+    return text(run(argv + command.usage_args, env={"ZLC_SIMULATOR": tree.simulator()}))
+
+
+def check_man_command_list(tree, roff_path):
+    """The page's command sections and its sentence naming them follow commands.def."""
+    titles = [t for t in man_sections(roff_path) if t in tree.names]
+    if titles != tree.names:
+        fail(f"the man page's command sections {titles} are not the commands of commands.def")
+    with open(roff_path, encoding="utf-8") as f:
+        flat = " ".join(ROFF_FONT.sub("", f.read()).split())
+    if "In the command table's order: " + ", ".join(tree.names) + "." not in flat:
+        fail("the man page's list of the commands is not that of commands.def")
 
 
 def check_man(tree):
@@ -221,6 +227,8 @@ def check_man(tree):
         warnings = proc.stderr.decode("utf-8", "replace")
         if proc.returncode != 0 or warnings:
             fail(f"man -l {page}: status {proc.returncode}, warnings:\n{warnings}")
+        if page == "zlcziftools.8":
+            check_man_command_list(tree, path)
         for title, forms in man_sections(path).items():
             key = "zlcziftools" if (page, title) == ("zlcziftools.8", "Options") else title
             if page == "zifcache.1":
@@ -238,10 +246,7 @@ def check_man(tree):
             if listed:
                 fail(f"{name} has no usage text but its man section lists {sorted(listed)}")
             continue
-        usage = usage_text(tree, name, command)
-        if usage is None:
-            continue
-        found = usage_forms(usage)
+        found = usage_forms(usage_text(tree, name, command))
         if found != expected_in_usage:
             fail(f"{name}: the man section and the usage text differ: only in the man page "
                  f"{sorted(expected_in_usage - found)}, only in the usage text {sorted(found - expected_in_usage)}")
@@ -289,6 +294,12 @@ def check_completion(tree):
     sample = tree.sample
     names = tree.commands()
 
+    proc = run(["bash", "-c", 'source "$0"; echo "$_zlcziftools_commands"; echo "$_zlcziftools_signals"', script])
+    listed = proc.stdout.decode().split("\n")
+    if listed[0].split() != names:
+        fail(f"completion lists the commands {listed[0]}, not those of commands.def")
+    if listed[1].split() != ["-" + name for name, _ in tree.signals]:
+        fail(f"completion lists the signals {listed[1]}, not those of signals.def")
     expect(complete(script, "_zlcziftools", ["zlcziftools", ""]), names, "command names")
     expect(complete(script, "_zlcziftools", ["zlcziftools", "-"]), ["-c", "--cache"], "the program's options")
     expect(complete(script, "_zlcziftools", ["zlcziftools", "-c", sample[:-3]]), [sample], "the snapshot file")
@@ -319,9 +330,8 @@ def check_completion(tree):
 
     # Boot option file names come from the command itself.
     listing = text(run([tree.program, "-c", sample, "bootOption", "-r", "-b"]))
-    if not tree.not_built("bootOption", listing):
-        expect(complete(script, "_zlcziftools", [tree.program, "-c", sample, "bootOption", "-c", ""]),
-               listing.split(), "bootOption's file names")
+    expect(complete(script, "_zlcziftools", [tree.program, "-c", sample, "bootOption", "-c", ""]), listing.split(),
+           "bootOption's file names")
 
     # Links are completed as ours only when PATH finds them as our links.
     bindir = os.path.join(tree.tmp, "links")
@@ -395,10 +405,9 @@ def check_package(tree):
     proc = run([os.path.join(root, "usr", "libexec", "zlcziftools", "lsacpi")],
                env={"ZLC_SIMULATOR": tree.simulator(), "ZLC_HWDATA_DIR": hwdata})
     listing = text(proc)
-    if not tree.not_built("lsacpi", listing):
-        rows = listing.splitlines()[2:]
-        if proc.returncode != 0 or not rows or all("<Unknown>" in row for row in rows):
-            fail(f"the packaged lsacpi did not name the sample's devices:\n{listing}")
+    rows = listing.splitlines()[2:]
+    if proc.returncode != 0 or not rows or all("<Unknown>" in row for row in rows):
+        fail(f"the packaged lsacpi did not name the sample's devices:\n{listing}")
 
     # pci.ids comes from hwdata, which the package depends on.
     system_ids = "/usr/share/hwdata/pci.ids"
@@ -409,8 +418,6 @@ def check_package(tree):
     env = {"ZLC_HWDATA_DIR": hwdata}
     named = run([program, "-c", tree.sample, "lspci"], env=env)
     numeric = run([program, "-c", tree.sample, "lspci", "-n"], env=env)
-    if tree.not_built("lspci", text(named)):
-        return
     lines, ids = named.stdout.decode().splitlines(), numeric.stdout.decode().splitlines()
     if not ids:
         skip_note("the sample snapshot holds no PCI function")

@@ -24,6 +24,9 @@ bool CopyKey(ZIF_Param *key, ZIF_ParamList *query) {
    } else if (type == ZIF_PARAM_TYPE_STRING) {
       status = ZIF_ParamListAddString(query, ZIF_ParamGetString(key));
    } else {
+      // The location is a fixed part of the message, not this file's: it names
+      // where the check stood when the message was first published, and the
+      // message keeps those bytes for the scripts that match it.
       Panic("NOT_IMPLEMENTED %s:%d\n", "apps/zlcziftools/ziftools", 180);
    }
    if (status != 0) {

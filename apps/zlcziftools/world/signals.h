@@ -2,6 +2,7 @@
 #pragma once
 
 #include <array>
+#include <cstddef>
 #include <cstdint>
 
 namespace world {
@@ -11,8 +12,15 @@ struct SignalName {
    std::int32_t number;
 };
 
-// Searched in order; several names share a number.
-extern const std::array<SignalName, 36> kSignalNames;
+// How many names signals.def holds.
+inline constexpr std::size_t kSignalCount = 0
+#define ZIF_SIGNAL(name, number) +1
+#include "signals.def"
+#undef ZIF_SIGNAL
+      ;
+
+// The names of signals.def, searched in order; several share a number.
+extern const std::array<SignalName, kSignalCount> kSignalNames;
 
 // The signal that an argument such as -9 or -KILL names: a name of the table
 // (case-sensitive), else a decimal number (trailing text ignored). 0 when the
