@@ -245,24 +245,25 @@ std::string formatText(const Result &result, std::string_view arrow) {
    return out;
 }
 
+// One member per line and one change per line: a large report stays easy
+// to page through and to grep, and is still one JSON document.
 std::string formatJson(const Result &result) {
-   json doc;
-   doc["differ"] = result.differ;
-   doc["summary"] = result.summary;
+   auto compact = [](const json &j) { return j.dump(-1, ' ', false, json::error_handler_t::replace); };
    json meta = json::array();
    for (const MetaChange &m : result.meta) {
       meta.push_back({{"what", m.what}, {"before", m.before}, {"after", m.after}, {"counted", result.countsMeta}});
    }
-   doc["meta"] = std::move(meta);
+   std::string out = "{\n  \"differ\": " + compact(result.differ) + ",\n  \"summary\": " + compact(result.summary) +
+                     ",\n  \"meta\": " + compact(meta) + ",\n";
    if (result.rootDevice) {
-      doc["simulator"] = {{"rootDevice", {{"before", result.rootDevice->first}, {"after", result.rootDevice->second}}}};
+      json simulator = {{"rootDevice", {{"before", result.rootDevice->first}, {"after", result.rootDevice->second}}}};
+      out += "  \"simulator\": " + compact(simulator) + ",\n";
    }
-   json changes = json::array();
-   for (const Change &c : result.changes) {
-      changes.push_back(changeJson(c));
+   out += "  \"changes\": [";
+   for (size_t i = 0; i < result.changes.size(); i++) {
+      out += (i ? ",\n    " : "\n    ") + compact(changeJson(result.changes[i]));
    }
-   doc["changes"] = std::move(changes);
-   return doc.dump(2, ' ', false, json::error_handler_t::replace) + "\n";
+   return out + (result.changes.empty() ? "]\n}\n" : "\n  ]\n}\n");
 }
 
 }  // namespace zifdiff

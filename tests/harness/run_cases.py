@@ -18,6 +18,8 @@ A case file (NAME.cases.json) holds a table of cases:
         "patch": {"records": [...]},     entries replacing those with the same
                                          node and keys (or added); an entry with
                                          "absent": true removes its match
+        "second_patch": {...},           a second snapshot, second.zifc: the
+                                         patched snapshot patched once more
         "argv": ["zlcziftools", "-c", "$SNAPSHOT", "uptime"],
         "stdout": "...", "stderr": "", "status": 0,
         "then": [ {"argv": [...], ...} ] later steps in the same directory
@@ -38,9 +40,10 @@ may give "stdout_lines" (each line gets a newline) or "stdout_regex" (a full
 match); likewise for stderr. A stream not mentioned is not checked; "status"
 defaults to 0. "files" creates files before a step ({"path": "text"}, or
 {"path": {"hex": "..."}}); "expect_files" checks files after it, with the same
-forms, and a null value means the file must not exist. Tokens in argv, env
-and files: $SNAPSHOT (snapshot.zifc), $CASEDIR (the case file's folder), $TMP
-(the case's directory).
+forms, and a null value means the file must not exist. "stdin" gives standard
+input as text, "stdin_file" names a file whose bytes are standard input. Tokens
+in argv, env, stdin_file and files: $SNAPSHOT (snapshot.zifc), $SECOND
+(second.zifc), $CASEDIR (the case file's folder), $TMP (the case's directory).
 """
 
 import argparse
@@ -133,7 +136,8 @@ class Runner:
             return json.load(f)
 
     def substitute(self, text, tmp):
-        return text.replace("$SNAPSHOT", "snapshot.zifc").replace("$CASEDIR", self.case_dir).replace("$TMP", tmp)
+        return (text.replace("$SNAPSHOT", "snapshot.zifc").replace("$SECOND", "second.zifc")
+                .replace("$CASEDIR", self.case_dir).replace("$TMP", tmp))
 
     def write_files(self, files, tmp):
         for path, content in files.items():
@@ -159,12 +163,11 @@ class Runner:
             wanted = bytes.fromhex(content["hex"].replace(" ", "")) if isinstance(content, dict) else to_bytes(content)
             compare_stream("file " + path, ("exact", wanted), actual, problems)
 
-    def pack(self, snapshot, tmp):
+    def pack(self, snapshot, tmp, name="snapshot.zifc"):
         source = os.path.join(tmp, "snapshot.json")
         with open(source, "w", encoding="utf-8") as f:
             json.dump(snapshot, f)
-        result = subprocess.run([self.zifcache, "pack", source, os.path.join(tmp, "snapshot.zifc")],
-                                capture_output=True)
+        result = subprocess.run([self.zifcache, "pack", source, os.path.join(tmp, name)], capture_output=True)
         os.unlink(source)
         if result.returncode != 0:
             return "zifcache pack failed: " + result.stderr.decode("latin-1")
@@ -186,6 +189,9 @@ class Runner:
             step_env["ZLC_SIMULATOR"] = step_env.get("ZLC_SIMULATOR", "snapshot.zifc")
         self.write_files(step.get("files", {}), tmp)
         stdin = to_bytes(step.get("stdin", ""))
+        if "stdin_file" in step:
+            with open(os.path.join(tmp, self.substitute(step["stdin_file"], tmp)), "rb") as f:
+                stdin = f.read()
         result = subprocess.run(argv, executable=executable, cwd=tmp, env=step_env, input=stdin,
                                 capture_output=True, timeout=step.get("timeout", 60))
         problems = []
@@ -213,6 +219,8 @@ class Runner:
             if snapshot is not None:
                 snapshot = apply_patch(snapshot, case.get("patch", {}))
                 failure = self.pack(snapshot, tmp)
+                if not failure and "second_patch" in case:
+                    failure = self.pack(apply_patch(snapshot, case["second_patch"]), tmp, "second.zifc")
                 if failure:
                     return [failure]
             env = self.base_env(tmp)
