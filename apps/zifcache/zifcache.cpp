@@ -5,32 +5,24 @@
 //   zifcache dump IN
 //   zifcache check IN
 //   zifcache capture OUT [--only PARTS] [--exclude PARTS]
+//   zifcache diff BEFORE AFTER [--json] [--node NAME] [--all]
+//
+// "-" stands for standard input where a snapshot or document is read, and
+// for standard output where one is written.
 #include "capture/capture.h"
-#include "zifformat/mapped_file.h"
+#include "diff_command.h"
+#include "files.h"
 #include "zifformat/snapshot_format.h"
 #include "zifformat/snapshot_json.h"
 
 #include <CLI/CLI.hpp>
 
 #include <cstdio>
-#include <fstream>
 #include <iostream>
-#include <sstream>
 
 namespace {
 
 constexpr int kUsageStatus = 2;
-
-bool readFile(const std::string &path, std::string &out) {
-   std::ifstream in(path, std::ios::binary);
-   if (!in) {
-      return false;
-   }
-   std::ostringstream ss;
-   ss << in.rdbuf();
-   out = ss.str();
-   return !in.bad();
-}
 
 int pack(const std::vector<std::string> &args) {
    if (args.size() < 2) {
@@ -42,7 +34,7 @@ int pack(const std::vector<std::string> &args) {
    try {
       for (size_t i = 0; i + 1 < args.size(); i++) {
          std::string text;
-         if (!readFile(args[i], text)) {
+         if (!zifcache::readWholeFile(args[i], text)) {
             std::cerr << "zifcache pack: cannot read " << args[i] << "\n";
             return 1;
          }
@@ -52,42 +44,17 @@ int pack(const std::vector<std::string> &args) {
       // Refuse duplicates before the output file is created.
       zif::VectorSink check;
       zif::writeSnapshot(snapshot, check);
-      zif::writeFileAtomic(outPath, [&](zif::Sink &sink) { sink.write(check.data); });
+      return zifcache::writeSnapshotFile(outPath, "pack", [&](zif::Sink &sink) { sink.write(check.data); }) ? 0 : 1;
    } catch (const std::exception &ex) {
       std::cerr << "zifcache pack: " << ex.what() << "\n";
       return 1;
    }
-   return 0;
-}
-
-// A problem the reader found, as one sentence: its own text, and where it is
-// unless that text says so already.
-std::string describe(const zif::Problem &problem) {
-   if (problem.message.find("offset") != std::string::npos) {
-      return problem.message;
-   }
-   return problem.message + " at offset " + std::to_string(problem.offset);
-}
-
-// Opens a snapshot for dump and check; prints the problem when it fails.
-bool openSnapshot(const std::string &path, zif::MappedFile &file, zif::Reader &reader, const char *verb) {
-   std::string error;
-   if (file.open(path, &error) != ZLC_OK) {
-      std::cerr << "zifcache " << verb << ": " << path << ": " << error << "\n";
-      return false;
-   }
-   zif::Problem problem;
-   if (reader.open(file, &problem) != ZLC_OK) {
-      std::cerr << "zifcache " << verb << ": " << path << ": " << describe(problem) << "\n";
-      return false;
-   }
-   return true;
 }
 
 int dump(const std::string &path) {
-   zif::MappedFile file;
+   zifcache::InputSource file;
    zif::Reader reader;
-   if (!openSnapshot(path, file, reader, "dump")) {
+   if (!zifcache::openSnapshot(path, file, reader, "dump")) {
       return 1;
    }
    zif::Snapshot model;
@@ -101,14 +68,14 @@ int dump(const std::string &path) {
 }
 
 int check(const std::string &path) {
-   zif::MappedFile file;
+   zifcache::InputSource file;
    zif::Reader reader;
-   if (!openSnapshot(path, file, reader, "check")) {
+   if (!zifcache::openSnapshot(path, file, reader, "check")) {
       return 1;
    }
    zif::Problem problem;
    if (reader.verifyAll(&problem) != ZLC_OK) {
-      std::cerr << "zifcache check: " << path << ": " << describe(problem) << "\n";
+      zifcache::reportProblem("check", path, problem);
       return 1;
    }
    size_t counts[7] = {};
@@ -129,7 +96,7 @@ int check(const std::string &path) {
 }  // namespace
 
 int main(int argc, char **argv) {
-   CLI::App app{"zifcache: pack, dump and check sysinfo snapshot files", "zifcache"};
+   CLI::App app{"zifcache: pack, dump, check and compare sysinfo snapshot files", "zifcache"};
    app.require_subcommand(1);
 
    std::vector<std::string> packArgs;
@@ -138,15 +105,15 @@ int main(int argc, char **argv) {
 
    std::string dumpPath;
    auto *dumpCmd = app.add_subcommand("dump", "Print a snapshot in its JSON form");
-   dumpCmd->add_option("snapshot", dumpPath, "Snapshot file")->required();
+   dumpCmd->add_option("snapshot", dumpPath, "Snapshot file (- for standard input)")->required();
 
    std::string checkPath;
    auto *checkCmd = app.add_subcommand("check", "Verify every checksum and the structure of a snapshot");
-   checkCmd->add_option("snapshot", checkPath, "Snapshot file")->required();
+   checkCmd->add_option("snapshot", checkPath, "Snapshot file (- for standard input)")->required();
 
    capture::CaptureOptions captureOptions;
    auto *captureCmd = app.add_subcommand("capture", "Capture the Linux host this runs on into a snapshot");
-   captureCmd->add_option("out", captureOptions.out, "Snapshot file to write")->required();
+   captureCmd->add_option("out", captureOptions.out, "Snapshot file to write (- for standard output)")->required();
    std::string partList;
    for (const std::string &name : capture::PartNames()) {
       partList += (partList.empty() ? "" : ",") + name;
@@ -157,6 +124,9 @@ int main(int argc, char **argv) {
    // For tests: read proc/, sys/ and mount points below this directory.
    captureCmd->add_option("--root", captureOptions.root)->group("");
    captureCmd->add_option("--read-limit-ms", captureOptions.readLimitMs)->group("")->check(CLI::Range(1, 60000));
+
+   zifcache::DiffCommand diffCommand;
+   zifcache::addDiffCommand(app, diffCommand);
 
    // No arguments, or arguments that do not parse: the usage (or CLI11's
    // message) and status 2; --help: the usage and status 0.
@@ -183,6 +153,9 @@ int main(int argc, char **argv) {
    }
    if (*dumpCmd) {
       return dump(dumpPath);
+   }
+   if (*diffCommand.app) {
+      return zifcache::runDiff(diffCommand);
    }
    return check(checkPath);
 }

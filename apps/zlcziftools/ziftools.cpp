@@ -144,6 +144,10 @@ int ZifToolsMain(int argc, char **argv) {
       ZLC_ReturnStatus status = ZIF_UseCache(argv[2], 0);
       if (status != 0) {
          std::fprintf(stderr, "Couldn't use specifed cache file %s: %s\n", argv[2], ZLC_ReturnStatusToString(status));
+         if (std::strcmp(argv[2], "-") == 0) {
+            std::fputs("zlcziftools: the cache file is mapped, not read from standard input: save it to a file first\n",
+                       stderr);
+         }
          return 1;
       }
       argc -= 3;

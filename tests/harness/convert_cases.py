@@ -282,6 +282,10 @@ def extras(step):
     for key in ("files", "expect_files"):
         if key in step:
             out.append(key.replace("_", "-") + " " + json.dumps(step[key], separators=(", ", ": ")))
+    if step.get("stdin"):
+        out.append("stdin " + quote(step["stdin"]))
+    if "stdin_file" in step:
+        out.append("stdin-file " + word(step["stdin_file"]))
     return out
 
 
@@ -294,7 +298,8 @@ def case_lines(case):
         lines.extend(step_lines(case, "$"))
     else:
         lines.extend(first)
-    for section, value in case.get("patch", {}).items():
+    for keyword, section, value in [(k.replace("_", "-"), section, value) for k in ("patch", "second_patch")
+                                    for section, value in case.get(k, {}).items()]:
         line = ""
         for entry in (value if section in SECTIONS else [value]):
             text = json.dumps(entry, separators=(", ", ": "))
@@ -303,7 +308,7 @@ def case_lines(case):
             else:
                 if line:
                     lines.append(line)
-                line = f"patch {section} " + text
+                line = f"{keyword} {section} " + text
         lines.append(line)
     lines.extend(extras(case))
     for step in case.get("then", []):

@@ -20,6 +20,10 @@ Then the cases, each a "case" line and the lines below it:
                             one of the same node and keys, or added; with
                             "absent": true removing it. Another SECTION (such
                             as signature) is replaced whole.
+  second-patch SECTION {JSON}...   the same for a second snapshot, second.zifc
+                            ($SECOND): the patched snapshot patched once more
+  stdin STRING              standard input of the step (else none)
+  stdin-file PATH           standard input of the step: the bytes of PATH
   env NAME=VALUE ...        for the case before its first step, else the step
   files {"PATH": "TEXT" or {"hex": "..."}}   written before the step
   expect-files {...}        the same, checked after it; null: must not exist
@@ -30,7 +34,7 @@ are "-" or left off for not checked, ~STRING for a regular expression that
 matches the whole stream, or strings, @NAME and << joined by " + ". A string
 is 'raw' or "with \\n \\t \\\\ \\" \\xHH". << takes the lines below the step
 up to a line "." or the next line that starts with a keyword (case, $, patch,
-env, files, expect-files, text) and a blank; blank lines before that keyword
+second-patch, env, files, expect-files, stdin, stdin-file, text) and a blank; blank lines before that keyword
 line are not part of it. Its lines have the escapes of "...", and a line
 "{A..B} TEXT" stands for the lines TEXT with $i (or $x) replaced by each i
 from A to B in decimal (or hexadecimal). A word {A..B: WORD... } stands for
@@ -109,7 +113,7 @@ def expand_repeats(words):
     return argv
 
 
-KEYWORD = re.compile(r"(case|\$|patch|env|files|expect-files|text) ")
+KEYWORD = re.compile(r"(case|\$|patch|second-patch|env|files|expect-files|stdin|stdin-file|text) ")
 
 
 class Lines:
@@ -233,13 +237,15 @@ def parse_lines(lines):
             else:
                 case.update(step)
                 step = case
-        elif head == "patch":
+        elif head in ("patch", "second-patch"):
             section, values = toks[1][1], json_values(rest[len(toks[1][1]):])
-            patch = case.setdefault("patch", {})
+            patch = case.setdefault(head.replace("-", "_"), {})
             if section in SECTIONS:
                 patch.setdefault(section, []).extend(values)
             else:
                 patch[section] = values[0]
+        elif head in ("stdin", "stdin-file") and len(toks) == 2:
+            (step if step is not None else case)[head.replace("-", "_")] = toks[1][1]
         elif head in ("files", "expect-files"):
             (step if step is not None else case).setdefault(head.replace("-", "_"), {}).update(json.loads(rest))
         else:
@@ -322,7 +328,8 @@ class Runner:
             return json.load(f)
 
     def substitute(self, text, tmp):
-        return text.replace("$SNAPSHOT", "snapshot.zifc").replace("$CASEDIR", self.case_dir).replace("$TMP", tmp)
+        return (text.replace("$SNAPSHOT", "snapshot.zifc").replace("$SECOND", "second.zifc")
+                .replace("$CASEDIR", self.case_dir).replace("$TMP", tmp))
 
     def write_files(self, files, tmp):
         for path, content in files.items():
@@ -348,12 +355,11 @@ class Runner:
             wanted = bytes.fromhex(content["hex"].replace(" ", "")) if isinstance(content, dict) else to_bytes(content)
             compare_stream("file " + path, ("exact", wanted), actual, problems)
 
-    def pack(self, snapshot, tmp):
+    def pack(self, snapshot, tmp, name="snapshot.zifc"):
         source = os.path.join(tmp, "snapshot.json")
         with open(source, "w", encoding="utf-8") as f:
             json.dump(snapshot, f)
-        result = subprocess.run([self.zifcache, "pack", source, os.path.join(tmp, "snapshot.zifc")],
-                                capture_output=True)
+        result = subprocess.run([self.zifcache, "pack", source, os.path.join(tmp, name)], capture_output=True)
         os.unlink(source)
         if result.returncode != 0:
             return "zifcache pack failed: " + result.stderr.decode("latin-1")
@@ -374,8 +380,12 @@ class Runner:
         if mode == "simulator":
             step_env["ZLC_SIMULATOR"] = step_env.get("ZLC_SIMULATOR", "snapshot.zifc")
         self.write_files(step.get("files", {}), tmp)
-        result = subprocess.run(argv, executable=executable, cwd=tmp, env=step_env, stdin=subprocess.DEVNULL,
-                                capture_output=True, timeout=60)
+        stdin = to_bytes(step.get("stdin", ""))
+        if "stdin_file" in step:
+            with open(os.path.join(tmp, self.substitute(step["stdin_file"], tmp)), "rb") as f:
+                stdin = f.read()
+        result = subprocess.run(argv, executable=executable, cwd=tmp, env=step_env, input=stdin,
+                                capture_output=True, timeout=step.get("timeout", 60))
         problems = []
         compare_stream("stdout", expected_stream(step, "stdout"), result.stdout, problems)
         compare_stream("stderr", expected_stream(step, "stderr"), result.stderr, problems)
@@ -401,6 +411,8 @@ class Runner:
             if snapshot is not None:
                 snapshot = apply_patch(snapshot, case.get("patch", {}))
                 failure = self.pack(snapshot, tmp)
+                if not failure and "second_patch" in case:
+                    failure = self.pack(apply_patch(snapshot, case["second_patch"]), tmp, "second.zifc")
                 if failure:
                     return [failure]
             env = self.base_env(tmp)

@@ -1,10 +1,11 @@
 // The capture driver: chooses the parts, runs each once, and writes the
 // snapshot through the format library's writer into a temporary file that
-// is renamed over OUT (as pack does), with the provenance in its meta.
+// is renamed over OUT (as pack does), or to standard output for "-", with
+// the provenance in its meta.
 #include "capture.h"
 
+#include "files.h"
 #include "parts.h"
-#include "zifformat/mapped_file.h"
 
 #include <sys/utsname.h>
 #include <cstdio>
@@ -125,13 +126,8 @@ int RunCapture(const CaptureOptions &options) {
    c.notes.insert(c.notes.begin() + 1, "parts: " + (list.empty() ? std::string("none") : list));
    snapshot.meta.notes = std::move(c.notes);
    snapshot.entries = std::move(c.entries);
-   try {
-      zif::writeFileAtomic(options.out, [&](zif::Sink &sink) { zif::writeSnapshot(snapshot, sink); });
-   } catch (const std::exception &e) {
-      std::cerr << "zifcache capture: " << options.out << ": " << e.what() << "\n";
-      return 1;
-   }
-   return 0;
+   auto produce = [&](zif::Sink &sink) { zif::writeSnapshot(snapshot, sink); };
+   return zifcache::writeSnapshotFile(options.out, "capture", produce) ? 0 : 1;
 }
 
 }  // namespace capture

@@ -425,6 +425,10 @@ ZLC_ReturnStatus ZlcSyscall_Init(int, int, int) {
          gSource = openSimulatorBackend(path, status);
          if (!gSource) {
             std::fprintf(stderr, "zellibs: simulator snapshot %s: %s\n", path, ZLC_ReturnStatusToString(status));
+            if (std::strcmp(path, "-") == 0) {
+               std::fputs("zellibs: the simulator maps and rewrites a snapshot file; standard input cannot be one\n",
+                          stderr);
+            }
             gSource = makeFailingBackend(status);
          }
       }
