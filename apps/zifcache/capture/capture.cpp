@@ -9,6 +9,7 @@
 #include <sys/utsname.h>
 #include <cstdio>
 #include <ctime>
+#include <filesystem>
 #include <functional>
 #include <iostream>
 #include <set>
@@ -89,9 +90,15 @@ int RunCapture(const CaptureOptions &options) {
 
    HostPaths paths;
    if (!options.root.empty()) {
-      paths.root = options.root;
-      paths.proc = options.root + "/proc";
-      paths.sys = options.root + "/sys";
+      // Canonical, so that the copy's links into itself are recognised.
+      std::error_code error;
+      paths.root = std::filesystem::canonical(options.root, error).string();
+      if (error) {
+         std::cerr << "zifcache capture: " << options.root << ": " << error.message() << "\n";
+         return 1;
+      }
+      paths.proc = paths.root + "/proc";
+      paths.sys = paths.root + "/sys";
    }
    Capture c(paths, std::chrono::milliseconds(options.readLimitMs));
 
