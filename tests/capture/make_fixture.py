@@ -2,7 +2,7 @@
 """Writes the host tree that capture.cases.json captures: a small Linux host
 as /proc and /sys show it (processes and threads, a zombie, a second PID
 namespace, PCI functions behind a bridge, ACPI tables and devices,
-interrupts). CTest makes it in a scratch
+interrupts) and the files of its ram disks. CTest makes it in a scratch
 directory before the capture cases run:
 
     python3 tests/capture/make_fixture.py DIR
@@ -171,7 +171,15 @@ def main(root):
           "ERR:          0\n")
     write(os.path.join(root, "proc", "self", "mountinfo"),
           "21 26 0:20 / /proc rw,relatime - proc proc rw\n"
-          "26 1 254:0 / / rw,relatime - ext4 /dev/vda rw\n")
+          "26 1 254:0 / / rw,relatime - ext4 /dev/vda rw\n"
+          "30 26 0:25 / /dev/shm rw,nosuid,nodev - tmpfs tmpfs rw,size=65536k\n"
+          "31 26 0:26 / /run rw,nosuid - tmpfs tmpfs rw,size=32768k\n"
+          "32 31 0:27 / /run/lock rw,nosuid - tmpfs tmpfs rw,size=5120k\n")
+    # Ram disk files: one entry per directory, so that zdu's blocks come in
+    # one order; /run holds only the mount point of /run/lock.
+    write(os.path.join(root, "dev", "shm", "pool", "blob"), b"z" * 1234)
+    write(os.path.join(root, "dev", "shm", "empty"), b"")
+    write(os.path.join(root, "run", "lock", "x.pid"), "4242\n")
     write(os.path.join(root, "sys", "devices", "system", "cpu", "online"), "0-3\n")
 
     pci_function(root, "0000:00:00.0", 0x8086, 0x1237, 0x060000)

@@ -106,6 +106,10 @@ int RunCapture(const CaptureOptions &options) {
    uname(&u);
    zif::Snapshot snapshot;
    snapshot.signature = {zif::librarySignatureDigest(), zif::libraryBuildDate()};
+   // No one device holds the in-memory file system: the memfs part keys each
+   // ram disk's inodes by device and inode number.
+   snapshot.simulator.present = true;
+   snapshot.simulator.rootDevice = ZLC_INODE_KEYS_BY_DEVICE;
    snapshot.meta.present = true;
    snapshot.meta.host = u.nodename;
    snapshot.meta.captured = UtcNow();
