@@ -149,7 +149,7 @@ TEST(ComposeBootCmdLine, KernelBlankOptions) {
          {"BOOT_IMAGE=\"/vmlinuz\" ro", "/vmlinuz ro"},
          // No kernel named: the running release's image. A value that cannot
          // stand as the kernel stays among the options.
-         {"console=ttyS0 quiet -- --init-arg", "/boot/vmlinuz-6.9.1-test console=ttyS0 quiet -- --init-arg"},
+         {"console=tty0 quiet -- --init-arg", "/boot/vmlinuz-6.9.1-test console=tty0 quiet -- --init-arg"},
          {"BOOT_IMAGE= ro", "/boot/vmlinuz-6.9.1-test BOOT_IMAGE= ro"},
          {"BOOT_IMAGE=\"/a b\" ro", "/boot/vmlinuz-6.9.1-test BOOT_IMAGE=\"/a b\" ro"},
          // Blanks between words are one blank; quoted blanks stay.
