@@ -10,8 +10,8 @@
 // system (file systems mounted below the path) and symbolic links are never
 // entered; the library says which devices those are and how their inodes are
 // keyed (one root device on a host, every ram disk's own device in a capture
-// of a Linux host). Empty files count nothing unless -i
-// is given. The command needs the live file system and refuses a snapshot.
+// of a Linux host). Empty files count nothing unless -i is given. The
+// command needs the live file system and refuses a snapshot.
 // Only one bucket array per level of the tree is alive at a time, and each
 // level's path lives on the heap, so a deep tree cannot exhaust the stack.
 #include <dirent.h>

@@ -457,7 +457,12 @@ ZLC_ReturnStatus ZlcSyscall_DevInfo(uint32_t segment, uint32_t bus, uint32_t slo
 
 int ZlcSim_InodeKey(uint64_t device, uint64_t inode, uint64_t *key) {
    uint64_t found = inode;
-   const bool inMemory = gSource && gSource->inodeKey(device, inode, found);
+   bool inMemory = false;
+   try {
+      inMemory = gSource && gSource->inodeKey(device, inode, found);
+   } catch (const std::bad_alloc &) {
+      inMemory = false;
+   }
    if (inMemory && key) {
       *key = found;
    }
