@@ -2,22 +2,31 @@
 """Makes the bundled sample host (samples/host/*.json) from a capture of a real
 machine and hand-written enrichments.
 
-    make-sample.py scrub RAW.json > samples/source/capture.json
+    make-sample.py scrub RAW.json [--source DIR] > samples/source/capture.json
     make-sample.py [--source DIR] [--out DIR]      writes samples/host/*.json
     make-sample.py --check [--source DIR] [--out DIR]
 
 `scrub` turns the JSON form of `zifcache capture` (scripts/capture-sample.sh)
-into the committed samples/source/capture.json. It is deterministic and drops
-only what does not belong in a sample:
+into the committed samples/source/capture.json. It is deterministic and keeps
+no trace of the machine the capture was taken on; the enrichments supply the
+host's own values in their place (the merge fails when one is missing):
   - every user process (its worlds, command line, files, mappings and child
-    list): on the machine the sample was taken from they are the VM's own
-    agent and the build and test jobs running at the time, and their command
-    lines carry their settings and environment. The kernel's threads stay;
-    the enrichment supplies the user processes;
-  - ramdisks mounted under /mnt/sandboxing (the VM's tooling mount);
-  - the kernel command line's arguments for init (everything from " -- ");
+    list): on the machine the sample was taken from they are its agents and
+    the jobs running at the time, with their settings and environment. The
+    kernel's threads stay; the enrichment supplies the user processes;
+  - the files of its ramdisks (their inodes); the enrichment supplies the
+    sample's;
+  - every ramdisk and tardisk that no enrichment lists (a mount of that
+    machine, not of the host the sample shows) with its stats;
+  - every resource pool group but the root, whose paths name that machine's
+    services and users;
+  - the boot command line, the kernel version (system_version and the
+    capture's kernel note) and the host name: the enrichments write the
+    sample host's own;
   - the signature, so that the sample always matches the library it is
-    packed with, and the capture's output path in meta "by".
+    packed with, the simulator settings (the sample's inodes are the
+    enrichment's, keyed by inode number), and the capture's command line in
+    meta "by".
 
 The default action merges samples/source/capture.json with every
 samples/source/enrich/*.json (in name order) and writes one document per
@@ -34,7 +43,8 @@ so the merge resolves them:
     ({"section": ..., "node": ..., "keys"/"parent": ...}) are dropped;
   - two enrichments that set the same entry are an error, as is a node whose
     family is not known below.
-meta comes from the capture, with each enrichment's notes appended.
+meta comes from the capture, with each enrichment's notes appended and its
+"host", if it has one, in place of the capture's.
 
 --check makes the documents in memory and compares them with the output
 directory; it prints what differs and exits 1 when they are not identical.
@@ -62,7 +72,13 @@ FAMILIES = [
     ("memfs", ("system_zelorfs_", "sched_groups_", "sched_groupPathNameToID")),
 ]
 SECTIONS = ("lists", "records", "data", "devinfo", "sets")
-SCRUBBED_MOUNTS = "/mnt/sandboxing"
+MOUNT_LISTS = ("system_zelorfs_ramdisks", "system_zelorfs_tardisks")
+GROUP_RECORDS = ("sched_groups_memAllocationInMB", "sched_groups_stats_memoryStats")  # keyed by group ID
+MACHINE_FILES = ("system_zelorfs_inodes", "system_zelorfs_inodes_stats")  # the captured ramdisks' files
+SCRUBBED_NOTE = "scrubbed by scripts/make-sample.py"
+# What the scrub leaves out and an enrichment must put back: records, and meta members.
+SUPPLIED_RECORDS = ("system_bootCmdLine", "system_version")
+SUPPLIED_META = ("host",)
 
 
 def fail(message):
@@ -98,22 +114,41 @@ def load(path):
 # scrub
 
 
-def scrub(raw):
+def listed_mounts(enrichments):
+    """The ramdisks and tardisks the enrichments list: the only mounts a sample keeps."""
+    return {i for _, doc in enrichments for l in doc.get("lists", []) if l["node"] in MOUNT_LISTS
+            for i in l.get("instances", [])}
+
+
+def root_groups(doc):
+    """The IDs the capture's path-to-ID answers give the root group "/"."""
+    return {int.from_bytes(bytes.fromhex(s["hex"].replace(" ", "")), "little")
+            for s in doc.get("sets", []) if s["node"] == "sched_groupPathNameToID" and s.get("input") == ["/"]
+            and "hex" in s}
+
+
+def scrub(raw, mounts):
     doc = copy.deepcopy(raw)
-    doc.pop("signature", None)
+    for member in ("signature", "simulator"):
+        doc.pop(member, None)
     records = doc.get("records", [])
 
     kernel_worlds = set()
     for r in records:
         if r["node"] == "world_info" and r.get("fields", {}).get("cartelId", 0) == 0:
             kernel_worlds.add(r["keys"][0])
+    groups = root_groups(doc)
 
     def keep_list(entry):
-        node = entry["node"]
-        if node.startswith("userworld_cartel_"):
+        node, parent = entry["node"], entry.get("parent", [])
+        if node.startswith("userworld_cartel_") or node in MACHINE_FILES:
             return False
-        if node == "system_zelorfs_ramdisks":
-            entry["instances"] = [i for i in entry["instances"] if not str(i).startswith(SCRUBBED_MOUNTS)]
+        if node == "sched_groups_members_groups":
+            if parent[0] not in groups:
+                return False
+            entry["instances"] = [i for i in entry.get("instances", []) if i in groups]
+        if node in MOUNT_LISTS:
+            entry["instances"] = [i for i in entry.get("instances", []) if i in mounts]
         if node == "userworld_cartel":
             entry["instances"] = []
         if node == "world":
@@ -122,23 +157,29 @@ def scrub(raw):
 
     def keep_record(entry):
         node, keys = entry["node"], entry.get("keys", [])
-        if node.startswith("userworld_cartel"):
+        if node.startswith("userworld_cartel") or node in SUPPLIED_RECORDS or node in MACHINE_FILES:
             return False
         if node.startswith(("world", "sched_Vcpus_")):
             return keys[0] in kernel_worlds
-        if node.startswith("system_zelorfs_ramdisks") and str(keys[0]).startswith(SCRUBBED_MOUNTS):
-            return False
-        if node == "system_bootCmdLine" and "text" in entry:
-            entry["text"] = entry["text"].split(" -- ")[0]
+        if node in GROUP_RECORDS:
+            return keys[0] in groups
+        if node.startswith(MOUNT_LISTS):
+            return keys[0] in mounts
         return True
 
     doc["lists"] = [l for l in doc.get("lists", []) if keep_list(l)]
     doc["records"] = [r for r in records if keep_record(r)]
+    doc["sets"] = [s for s in doc.get("sets", []) if s["node"] != "sched_groupPathNameToID" or s.get("input") == ["/"]]
+    if not doc["sets"]:
+        del doc["sets"]
     meta = doc.get("meta")
     if meta:
+        meta.pop("host", None)
         meta["by"] = "zifcache capture"
-        meta.setdefault("notes", []).append(
-            "scrubbed by scripts/make-sample.py: user processes, the tooling mount and init's arguments left out")
+        meta["notes"] = [n for n in meta.get("notes", []) if not n.startswith(("kernel: ", SCRUBBED_NOTE))]
+        meta["notes"].append(SCRUBBED_NOTE + ": user processes, the files of its ramdisks, the mounts the "
+                             "enrichments do not list, the groups below the root, the boot command line, the kernel "
+                             "version and the host name left out")
     return doc
 
 
@@ -186,11 +227,18 @@ def merge(capture, enrichments):
         notes = doc.get("meta", {}).get("notes", [])
         if notes:
             meta.setdefault("notes", []).extend(notes)
+        for member in SUPPLIED_META:
+            if member in doc.get("meta", {}):
+                meta[member] = doc["meta"][member]
         if "simulator" in doc:
             simulator = doc["simulator"]
 
     for section in SECTIONS:
         merged[section] = [e for e in merged[section] if e is not None]
+    present = {e["node"] for e in merged["records"]}
+    missing = [n for n in SUPPLIED_RECORDS if n not in present] + [m for m in SUPPLIED_META if m not in meta]
+    if missing:
+        fail("the sample has no %s: the scrub leaves it out and an enrichment must supply it" % ", ".join(missing))
     if meta:
         meta["by"] = "scripts/make-sample.py: a capture of a real machine with hand-written enrichments"
     return meta, simulator, merged
@@ -211,23 +259,29 @@ def split(meta, simulator, merged):
     return {family + ".json": layout(doc) + "\n" for family, doc in documents.items()}
 
 
-def make(source):
-    capture = load(os.path.join(source, "capture.json"))
+def load_enrichments(source):
     enrich_dir = os.path.join(source, "enrich")
     names = sorted(n for n in os.listdir(enrich_dir) if n.endswith(".json"))
-    enrichments = [(n, load(os.path.join(enrich_dir, n))) for n in names]
-    return split(*merge(capture, enrichments))
+    return [(n, load(os.path.join(enrich_dir, n))) for n in names]
+
+
+def make(source):
+    capture = load(os.path.join(source, "capture.json"))
+    return split(*merge(capture, load_enrichments(source)))
 
 
 def main():
+    default_source = os.path.join(ROOT, "samples", "source")
     if len(sys.argv) >= 2 and sys.argv[1] == "scrub":
-        if len(sys.argv) != 3:
-            fail("usage: make-sample.py scrub RAW.json")
-        raw = json.load(sys.stdin) if sys.argv[2] == "-" else load(sys.argv[2])
-        sys.stdout.write(layout(scrub(raw)) + "\n")
+        parser = argparse.ArgumentParser(prog="make-sample.py scrub", description="Scrubs a capture for the sample.")
+        parser.add_argument("raw", help="the capture's JSON form, - for standard input")
+        parser.add_argument("--source", default=default_source, help="the folder whose enrich/ lists the mounts kept")
+        args = parser.parse_args(sys.argv[2:])
+        raw = json.load(sys.stdin) if args.raw == "-" else load(args.raw)
+        sys.stdout.write(layout(scrub(raw, listed_mounts(load_enrichments(args.source)))) + "\n")
         return 0
     parser = argparse.ArgumentParser(description="Makes samples/host from samples/source.")
-    parser.add_argument("--source", default=os.path.join(ROOT, "samples", "source"))
+    parser.add_argument("--source", default=default_source)
     parser.add_argument("--out", default=os.path.join(ROOT, "samples", "host"))
     parser.add_argument("--check", action="store_true", help="compare with --out instead of writing")
     args = parser.parse_args()

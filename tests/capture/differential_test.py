@@ -2,7 +2,8 @@
 """Captures this machine with `zifcache capture` and compares what our tools
 show on the capture with independent sources read at the same moment:
 procps (ps, pidof, pgrep), pciutils (lspci), /sys/firmware/acpi/tables,
-/proc/uptime and /proc/interrupts. A comparison whose tool or source is
+/proc/uptime, /proc/interrupts, /proc/cmdline, and files written under
+/dev/shm before the capture (zdu in the simulator, on this machine). A comparison whose tool or source is
 missing here is skipped with a message; the test is skipped (exit 77) when
 none could run, and fails when any comparison fails."""
 
@@ -16,6 +17,7 @@ import tempfile
 import time
 
 TABLES = "/sys/firmware/acpi/tables"
+SHM = "/dev/shm"
 
 
 class Skip(Exception):
@@ -177,6 +179,52 @@ class Differential:
             self.fail("irqinfo", "%d cookies, /proc/interrupts has %d" % (rows, len(later)))
         return "%d cookies" % rows
 
+    # "kernel options": the BOOT_IMAGE= value or the running release's image,
+    # then the other words of /proc/cmdline; the other boot items succeed empty.
+    def boot(self, cmdline):
+        status, text, err = self.ours("bootOption", "-a", "-k", "-m", "-o", "-b")
+        if status != 0:
+            return self.fail("bootOption", "exit %d: %s" % (status, err))
+        words = re.findall(r'(?:[^\s"]+|"[^"]*")+', cmdline)
+        images = [i for i, w in enumerate(words) if re.fullmatch(r'BOOT_IMAGE=("?)[^\s"]+\1', w)]
+        kernel = words.pop(images[0])[11:].strip('"') if images else "/boot/vmlinuz-" + os.uname().release
+        want = ["Kernel : " + kernel, "Options : " + " ".join(words)]
+        got = [l for l in text.splitlines() if l.startswith(("Kernel : ", "Options : "))]
+        if got != want:
+            self.fail("bootOption", "ours %r, /proc/cmdline gives %r" % (got, want))
+        return "kernel %s, %d options" % (kernel, len(words))
+
+    # zdu in the simulator, on this machine: the files written under /dev/shm
+    # before the capture, with their sizes, under the ram disk /dev/shm.
+    def zdu(self, shm):
+        if not shm:
+            raise Skip(SHM + " is not a tmpfs mount here")
+        blob = os.path.join(shm, "sub", "blob")
+        env = dict(os.environ, ZLC_SIMULATOR=self.snapshot)
+        result = subprocess.run([self.args.zlcziftools, "zdu", "-a", shm], capture_output=True, env=env, timeout=60)
+        label = "%38s: " % ("ramdisk " + SHM)
+        size = os.lstat(blob).st_size
+        want = "For '%s':\n%s%12d\nFor '%s':\n%s%12d\t\t(    2 inodes)\nFor '%s':\n%s%12d\t\t(    3 inodes)\n" % (
+            blob, label, size, os.path.dirname(blob), label, size, shm, label, size)
+        if (result.returncode, result.stdout.decode(), result.stderr) != (0, want, b""):
+            self.fail("zdu", "exit %d, ours:\n%s%s\nwanted:\n%s" % (
+                result.returncode, result.stdout.decode(), result.stderr.decode(), want))
+        return "%s: %d bytes in 3 inodes" % (shm, size)
+
+    @staticmethod
+    def shm_files():
+        """A directory of files under /dev/shm when that is a tmpfs mount, else None."""
+        with open("/proc/self/mountinfo") as f:
+            tmpfs = any(l.split(" - ")[0].split()[4] == SHM and l.split(" - ")[1].split()[0] == "tmpfs"
+                        for l in f if " - " in l)
+        if not tmpfs:
+            return None
+        shm = tempfile.mkdtemp(prefix="zifdiff-", dir=SHM)
+        os.mkdir(os.path.join(shm, "sub"))
+        with open(os.path.join(shm, "sub", "blob"), "wb") as f:
+            f.write(b"z" * 123457)
+        return shm
+
     @staticmethod
     def procps(path):
         threads = {}
@@ -195,7 +243,9 @@ class Differential:
         program = os.path.join(self.tmp, name)
         shutil.copy(shutil.which("sleep"), program)
         sleepers = [subprocess.Popen([program, "300"]) for _ in range(2)]
+        shm = None
         try:
+            shm = self.shm_files()
             time.sleep(0.1)
             # procps is read before and after the capture: threads that
             # changed in between (exec, exit, renaming) are not compared.
@@ -210,6 +260,8 @@ class Differential:
                 interrupts = f.read()
             with open("/proc/uptime") as f:
                 seconds = float(f.read().split()[0])
+            with open("/proc/cmdline") as f:
+                cmdline = f.read()
             after = self.procps(procps)
             threads = {tid: v for tid, v in after.items() if before.get(tid) == v}
             lspci = shutil.which("lspci")
@@ -223,6 +275,8 @@ class Differential:
                 ("amldump against " + TABLES, self.acpi),
                 ("uptime against /proc/uptime", lambda: self.uptime(seconds)),
                 ("irqinfo against /proc/interrupts", lambda: self.interrupts(interrupts)),
+                ("bootOption against /proc/cmdline", lambda: self.boot(cmdline)),
+                ("zdu in the simulator against files under " + SHM, lambda: self.zdu(shm)),
             ]
             ran = 0
             for title, check in checks:
@@ -238,6 +292,8 @@ class Differential:
             for s in sleepers:
                 s.kill()
                 s.wait()
+            if shm:
+                shutil.rmtree(shm)
         for failure in self.failures:
             print("FAIL: " + failure)
         if self.failures:

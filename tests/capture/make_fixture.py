@@ -1,10 +1,15 @@
 #!/usr/bin/env python3
-"""Writes the fixture host tree used by capture.cases.json: a small Linux
-host as /proc and /sys show it (processes and threads, a zombie, a second
-PID namespace, PCI functions behind a bridge, ACPI tables and devices,
-interrupts). Run it again after changing it:
+"""Writes the host tree that capture.cases.json captures: a small Linux host
+as /proc and /sys show it (processes and threads, a zombie, a second PID
+namespace, PCI functions behind a bridge, ACPI tables and devices,
+interrupts) and the files of its ram disks. CTest makes it in a scratch
+directory before the capture cases run:
 
-    python3 tests/capture/make_fixture.py tests/capture/fixture
+    python3 tests/capture/make_fixture.py DIR
+
+Links that name a directory of the host (working directories, an open
+directory) point into DIR, never out of it, so a tool that follows links
+stays inside; `zifcache capture --root DIR` reads them as the host paths.
 """
 
 import os
@@ -37,8 +42,15 @@ def status_text(name, tgid, pid, nspids, cpus):
         name, tgid, pid, "\t".join(str(p) for p in nspids), cpus)
 
 
+def inside(root, path):
+    """The directory of the host path inside the tree, made if missing."""
+    full = os.path.join(root, path.lstrip("/"))
+    os.makedirs(full, exist_ok=True)
+    return full
+
+
 def process(root, pid, comm, ppid, threads=(), state="S", kernel=False, cmdline=b"", nspids=None, ns="4026531836",
-            pgrp=None, session=None, cwd="/", fds=(), maps="", utime=0, stime=0):
+            pgrp=None, session=None, cwd="/srv", fds=(), maps="", utime=0, stime=0):
     base = os.path.join(root, "proc", str(pid))
     flags = KTHREAD if kernel else 0x400000
     pgrp = pid if pgrp is None else pgrp
@@ -55,7 +67,7 @@ def process(root, pid, comm, ppid, threads=(), state="S", kernel=False, cmdline=
     write(os.path.join(base, "cmdline"), cmdline)
     if not kernel:
         link(os.path.join(base, "ns", "pid"), "pid:[%s]" % ns)
-        link(os.path.join(base, "cwd"), cwd)
+        link(os.path.join(base, "cwd"), inside(root, cwd))
         os.makedirs(os.path.join(base, "fd"), exist_ok=True)
         for number, target in fds:
             link(os.path.join(base, "fd", str(number)), target)
@@ -118,12 +130,14 @@ def acpi_device(root, path, name, acpi_path, hid=None, uid=None, cids=(), driver
 
 
 def main(root):
+    root = os.path.realpath(root)
     shutil.rmtree(root, ignore_errors=True)
     # Processes: init with a clone, a shell with a zombie child, kernel
     # threads, a container whose init starts a second PID namespace, and a
     # program whose name holds a blank and a parenthesis.
     process(root, 1, "init", 0, threads=[(7, "init-log", "S", 3, 1)], cmdline=b"/sbin/init\0splash\0",
-            fds=[(0, "/dev/null"), (1, "socket:[1234]"), (2, "pipe:[99]"), (5, "anon_inode:[eventfd]"), (6, "/")],
+            fds=[(0, "/dev/null"), (1, "socket:[1234]"), (2, "pipe:[99]"), (5, "anon_inode:[eventfd]"),
+                 (6, inside(root, "/srv"))],
             maps="5600-5700 r-xp 00000000 fe:00 12 /sbin/init\n"
                  "5700-5800 rw-p 00001000 fe:00 12 /sbin/init\n"
                  "7f00-7f10 rw-p 00000000 00:00 0 \n"
@@ -157,7 +171,15 @@ def main(root):
           "ERR:          0\n")
     write(os.path.join(root, "proc", "self", "mountinfo"),
           "21 26 0:20 / /proc rw,relatime - proc proc rw\n"
-          "26 1 254:0 / / rw,relatime - ext4 /dev/vda rw\n")
+          "26 1 254:0 / / rw,relatime - ext4 /dev/vda rw\n"
+          "30 26 0:25 / /dev/shm rw,nosuid,nodev - tmpfs tmpfs rw,size=65536k\n"
+          "31 26 0:26 / /run rw,nosuid - tmpfs tmpfs rw,size=32768k\n"
+          "32 31 0:27 / /run/lock rw,nosuid - tmpfs tmpfs rw,size=5120k\n")
+    # Ram disk files: one entry per directory, so that zdu's blocks come in
+    # one order; /run holds only the mount point of /run/lock.
+    write(os.path.join(root, "dev", "shm", "pool", "blob"), b"z" * 1234)
+    write(os.path.join(root, "dev", "shm", "empty"), b"")
+    write(os.path.join(root, "run", "lock", "x.pid"), "4242\n")
     write(os.path.join(root, "sys", "devices", "system", "cpu", "online"), "0-3\n")
 
     pci_function(root, "0000:00:00.0", 0x8086, 0x1237, 0x060000)
@@ -196,4 +218,6 @@ def main(root):
 
 
 if __name__ == "__main__":
-    main(sys.argv[1] if len(sys.argv) > 1 else os.path.join(os.path.dirname(os.path.abspath(__file__)), "fixture"))
+    if len(sys.argv) != 2:
+        sys.exit("usage: make_fixture.py DIR")
+    main(sys.argv[1])

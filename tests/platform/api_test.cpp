@@ -141,7 +141,7 @@ TEST_F(SourceTest, NoSourceAnswersNoSource) {
    EXPECT_EQ(HostType_OSIsSimulator(), 0);
    const char *date = nullptr;
    EXPECT_EQ(ZIF_CheckSig(buf, sizeof buf, &date), 0);
-   EXPECT_EQ(ZlcSim_RootDevice(), 1u);
+   EXPECT_EQ(ZlcSim_InodeKey(1, 42, nullptr), 0);
 }
 
 TEST_F(SourceTest, InstanceListsKeepOrderAndKeyTypes) {

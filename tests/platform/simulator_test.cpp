@@ -84,7 +84,10 @@ TEST_F(SimulatorTest, ClockWriteIsSeenNowAndByTheNextProcess) {
    ZIF_ParamList *list = nullptr;
    EXPECT_EQ(ZIF_GetInstanceListAlloc(ZIF_NODE_world.number, nullptr, &list), ZLC_OK);
    ZIF_ParamListDestroy(list);
-   EXPECT_EQ(ZlcSim_RootDevice(), 5u);
+   uint64_t inode = 0;
+   EXPECT_EQ(ZlcSim_InodeKey(5, 42, &inode), 1);
+   EXPECT_EQ(inode, 42u);
+   EXPECT_EQ(ZlcSim_InodeKey(1, 42, &inode), 0);
    size_t files = 0;
    for (auto &e : std::filesystem::directory_iterator(std::filesystem::path(path).parent_path())) {
       (void)e;

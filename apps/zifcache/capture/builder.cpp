@@ -72,6 +72,16 @@ uint32_t ModuleTable::Id(const std::string &name) {
    return it->second;
 }
 
+std::string Capture::HostPathOf(std::string link) const {
+   if (paths.root.empty() || !link.starts_with(paths.root)) {
+      return link;
+   }
+   if (link.size() == paths.root.size()) {
+      return "/";
+   }
+   return link[paths.root.size()] == '/' ? link.substr(paths.root.size()) : link;
+}
+
 void Capture::SeedModules() {
    if (modulesWanted) {
       return;

@@ -102,6 +102,9 @@ public:
    std::string Sys(std::string_view rest) const { return paths.sys + "/" + std::string(rest); }
    // An absolute path of the host, such as a mount point.
    std::string Host(std::string_view path) const { return paths.root + std::string(path); }
+   // The host path a link names: in a copy under root, a link into the copy
+   // names the host's path.
+   std::string HostPathOf(std::string link) const;
 
    HostPaths paths;
    BoundedReader reader;

@@ -10,6 +10,7 @@
 #include <sys/utsname.h>
 #include <cstdio>
 #include <ctime>
+#include <filesystem>
 #include <functional>
 #include <iostream>
 #include <set>
@@ -90,9 +91,15 @@ int RunCapture(const CaptureOptions &options) {
 
    HostPaths paths;
    if (!options.root.empty()) {
-      paths.root = options.root;
-      paths.proc = options.root + "/proc";
-      paths.sys = options.root + "/sys";
+      // Canonical, so that the copy's links into itself are recognised.
+      std::error_code error;
+      paths.root = std::filesystem::canonical(options.root, error).string();
+      if (error) {
+         std::cerr << "zifcache capture: " << options.root << ": " << error.message() << "\n";
+         return 1;
+      }
+      paths.proc = paths.root + "/proc";
+      paths.sys = paths.root + "/sys";
    }
    Capture c(paths, std::chrono::milliseconds(options.readLimitMs));
 
@@ -100,6 +107,10 @@ int RunCapture(const CaptureOptions &options) {
    uname(&u);
    zif::Snapshot snapshot;
    snapshot.signature = {zif::librarySignatureDigest(), zif::libraryBuildDate()};
+   // No one device holds the in-memory file system: the memfs part keys each
+   // ram disk's inodes by device and inode number.
+   snapshot.simulator.present = true;
+   snapshot.simulator.rootDevice = ZLC_INODE_KEYS_BY_DEVICE;
    snapshot.meta.present = true;
    snapshot.meta.host = u.nodename;
    snapshot.meta.captured = UtcNow();

@@ -54,7 +54,7 @@ void PutDescriptors(Capture &c, const zif::Key &cartel, const std::string &base)
          continue;  // closed meanwhile
       }
       Record rec("userworld_cartel_fd_fds");
-      rec.Text("type", DescriptorType(path, *link)).Text("description", *link);
+      rec.Text("type", DescriptorType(path, *link)).Text("description", c.HostPathOf(*link));
       c.Put(rec, {cartel, IntKey(fd)});
       fds.push_back(IntKey(fd));
    }
@@ -99,7 +99,7 @@ void CaptureCartels(Capture &c) {
       std::string base = c.Proc(std::to_string(p.pid));
       zif::Key cartel = IntKey(p.pid);
       if (auto cwd = ReadLink(base + "/cwd")) {
-         c.PutText("userworld_cartel_fd_cwd", {cartel}, *cwd);
+         c.PutText("userworld_cartel_fd_cwd", {cartel}, c.HostPathOf(*cwd));
       }
       PutDescriptors(c, cartel, base);
       PutMappings(c, cartel, base);

@@ -1,5 +1,5 @@
 // Host-wide values: uptime, load averages, PCPU count, kernel version, the
-// hardware clock and the boot command line.
+// hardware clock, the boot command line and the boot flags.
 #include "parts.h"
 #include "procfs.h"
 
@@ -63,6 +63,20 @@ void PutVersion(Capture &c) {
    c.Put(rec, {});
 }
 
+// "kernel options": /proc/cmdline names the kernel only when the boot loader
+// passed BOOT_IMAGE=.
+void PutBootCmdLine(Capture &c) {
+   auto cmdline = ReadLine(c.Proc("cmdline"));
+   if (!cmdline) {
+      throw PartError("cannot read " + c.Proc("cmdline"));
+   }
+   utsname u{};
+   uname(&u);
+   Record boot("system_bootCmdLine");
+   boot.Text("cmdLine", ComposeBootCmdLine(*cmdline, u.release));
+   c.Put(boot, {}, true);
+}
+
 }  // namespace
 
 void CaptureHost(Capture &c) {
@@ -99,22 +113,16 @@ void CaptureHost(Capture &c) {
 
    c.Try("host", [&] { PutVersion(c); });
    c.Try("host", [&] { PutClock(c); });
-   c.Try("host", [&] {
-      auto cmdline = ReadLine(c.Proc("cmdline"));
-      if (!cmdline) {
-         throw PartError("cannot read " + c.Proc("cmdline"));
-      }
-      Record boot("system_bootCmdLine");
-      boot.Text("cmdLine", *cmdline);
-      c.Put(boot, {}, true);
-   });
+   c.Try("host", [&] { PutBootCmdLine(c); });
    // Linux has no audit, file-system check or rollback boot modes, and does
-   // not say whether it booted over the network: the flags stay clear.
+   // not say whether it booted over the network: the flags stay clear. Nor
+   // has it boot option files: their list is empty, not missing.
    c.Try("host", [&] {
       Record flags("system_bootOption");
       c.Put(flags, {});
       Record mac("system_bootMAC");
       c.Put(mac, {});
+      c.List("system_bootOptionFiles", {}, {});
    });
 }
 

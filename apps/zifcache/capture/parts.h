@@ -5,6 +5,9 @@
 
 #include "builder.h"
 
+#include <set>
+#include <string>
+
 namespace capture {
 
 void CaptureWorlds(Capture &c);      // worlds, scheduler records, cartels, command lines, children
@@ -16,5 +19,12 @@ void CaptureInterrupts(Capture &c);  // interrupt cookies and their counts per P
 void CaptureMemfs(Capture &c);       // ramdisks and tardisks
 void CaptureGroups(Capture &c);      // resource pool groups
 void CaptureModules(Capture &c);     // the modules the PCI and ACPI parts met
+
+// The inodes of one ramdisk (named name, mounted on dir): breadth first, on
+// its own device, never into the other ramdisks' mount points, at most bound
+// of them (a note says when there are more); their keys are appended to keys.
+inline constexpr size_t kMaxInodesPerRamdisk = 10000;
+void PutRamdiskInodes(Capture &c, const std::string &name, const std::string &dir,
+                      const std::set<std::string> &otherMounts, size_t bound, zif::Keys &keys);
 
 }  // namespace capture

@@ -1,5 +1,6 @@
 #include "procfs.h"
 
+#include <cctype>
 #include <charconv>
 #include <cmath>
 
@@ -341,6 +342,66 @@ std::vector<Mount> ParseMountinfo(std::string_view text) {
       mounts.push_back({Unescape(fields[4]), Unescape(type), Unescape(source)});
    }
    return mounts;
+}
+
+namespace {
+
+// The words of a kernel command line: blank-separated, except inside double quotes.
+std::vector<std::string_view> CmdlineWords(std::string_view text) {
+   std::vector<std::string_view> words;
+   size_t i = 0;
+   while (i < text.size()) {
+      while (i < text.size() && std::isspace(static_cast<unsigned char>(text[i]))) {
+         i++;
+      }
+      size_t start = i;
+      bool quoted = false;
+      while (i < text.size() && (quoted || !std::isspace(static_cast<unsigned char>(text[i])))) {
+         quoted = text[i] == '"' ? !quoted : quoted;
+         i++;
+      }
+      if (i > start) {
+         words.push_back(text.substr(start, i - start));
+      }
+   }
+   return words;
+}
+
+// A BOOT_IMAGE= value that can stand as the kernel: not empty, no blank.
+std::optional<std::string_view> BootImage(std::string_view word) {
+   constexpr std::string_view kKey = "BOOT_IMAGE=";
+   if (!word.starts_with(kKey)) {
+      return std::nullopt;
+   }
+   std::string_view value = word.substr(kKey.size());
+   if (value.size() >= 2 && value.front() == '"' && value.back() == '"') {
+      value = value.substr(1, value.size() - 2);
+   }
+   for (char ch : value) {
+      if (std::isspace(static_cast<unsigned char>(ch)) || ch == '"') {
+         return std::nullopt;
+      }
+   }
+   return value.empty() ? std::nullopt : std::optional(value);
+}
+
+}  // namespace
+
+std::string ComposeBootCmdLine(std::string_view procCmdline, std::string_view release) {
+   std::vector<std::string_view> words = CmdlineWords(procCmdline);
+   std::string line = "/boot/vmlinuz-" + std::string(release);
+   for (size_t i = 0; i < words.size(); i++) {
+      if (auto image = BootImage(words[i])) {
+         line = *image;
+         words.erase(words.begin() + static_cast<ptrdiff_t>(i));
+         break;
+      }
+   }
+   for (std::string_view word : words) {
+      line += ' ';
+      line += word;
+   }
+   return line;
 }
 
 std::optional<CgroupValue> ParseCgroupValue(std::string_view text) {

@@ -76,6 +76,14 @@ struct CgroupValue {
 };
 std::optional<CgroupValue> ParseCgroupValue(std::string_view text);
 
+// The boot command line as the boot command line record holds it: the
+// kernel, a blank, then the options. The kernel is the value of the first
+// BOOT_IMAGE= word of /proc/cmdline, which is then not among the options; else
+// the image a boot loader names for the running release, /boot/vmlinuz-RELEASE.
+// The options are the other words in order, one blank apart; a word keeps its
+// quotes and the blanks inside them, as the kernel reads it.
+std::string ComposeBootCmdLine(std::string_view procCmdline, std::string_view release);
+
 // The number after '#' that starts the kernel's version string ("#1 SMP ...").
 int32_t ParseBuildNumber(std::string_view version);
 

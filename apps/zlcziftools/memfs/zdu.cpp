@@ -6,9 +6,12 @@
 //
 // The walk always goes to the bottom; the depth limit only decides which
 // blocks are printed, after everything below them, so the operand's block
-// comes last. Paths on other devices (file systems mounted below the path)
-// and symbolic links are never entered. Empty files count nothing unless -i
-// is given. The command needs the live file system and refuses a snapshot.
+// comes last. Paths on devices that hold no part of the in-memory file
+// system (file systems mounted below the path) and symbolic links are never
+// entered; the library says which devices those are and how their inodes are
+// keyed (one root device on a host, every ram disk's own device in a capture
+// of a Linux host). Empty files count nothing unless -i is given. The
+// command needs the live file system and refuses a snapshot.
 // Only one bucket array per level of the tree is alive at a time, and each
 // level's path lives on the heap, so a deep tree cannot exhaust the stack.
 #include <dirent.h>
@@ -56,8 +59,7 @@ struct ZduOptions {
 // What every step of one walk shares.
 struct DuWalk {
    ZduOptions options;
-   std::size_t capacity = 0;      // buckets per array: one per disk listed
-   std::uint64_t rootDevice = 1;  // the device of the in-memory root file system
+   std::size_t capacity = 0;  // buckets per array: one per disk listed
 };
 
 struct DirCloser {
@@ -91,12 +93,12 @@ void PrintDuStats(const char *path, std::span<const memfs::DuStats> buckets, boo
    }
 }
 
-ZLC_ReturnStatus ReadInodeStats(std::uint64_t inodeNumber, rec::system_zelorfs_inodes_stats &inode) {
+ZLC_ReturnStatus ReadInodeStats(std::uint64_t inodeKey, rec::system_zelorfs_inodes_stats &inode) {
    sysinfo::ParamListPtr query = sysinfo::MakeQueryList();
    if (!query) {
       return ZLC_NO_MEMORY;
    }
-   ZIF_ParamListAddInt(query.get(), static_cast<std::int64_t>(inodeNumber));
+   ZIF_ParamListAddInt(query.get(), static_cast<std::int64_t>(inodeKey));
    return sysinfo::GetRecord(inode, query.get());
 }
 
@@ -153,11 +155,12 @@ std::size_t GatherDirectory(const DuWalk &walk, const char *path, std::uint32_t 
 // 0 when the path counts nothing.
 std::size_t GatherDuStats(const DuWalk &walk, const char *path, std::uint32_t depth, memfs::DuStats *buckets) {
    struct stat status;
-   if (lstat(path, &status) != 0 || static_cast<std::uint64_t>(status.st_dev) != walk.rootDevice) {
+   std::uint64_t inodeKey = 0;
+   if (lstat(path, &status) != 0 || !ZlcSim_InodeKey(status.st_dev, status.st_ino, &inodeKey)) {
       return 0;
    }
    rec::system_zelorfs_inodes_stats inode;
-   const ZLC_ReturnStatus readStatus = ReadInodeStats(status.st_ino, inode);
+   const ZLC_ReturnStatus readStatus = ReadInodeStats(inodeKey, inode);
    if (readStatus != 0) {
       std::fprintf(stderr, "ZIF_Get error for '%s' (%s)\n", path, ZLC_ReturnStatusToString(readStatus));
       return 0;
@@ -293,7 +296,6 @@ int ZduMain(int argc, char **argv) {
 
    walk.capacity = static_cast<std::size_t>(CountInstances(ZIF_NODE_system_zelorfs_tardisks)) +
                    static_cast<std::size_t>(CountInstances(ZIF_NODE_system_zelorfs_ramdisks));
-   walk.rootDevice = ZlcSim_RootDevice();
    memfs::BucketArray buckets = memfs::AllocateBuckets(walk.capacity);
    if (!buckets) {
       return -ENOMEM;

@@ -46,11 +46,7 @@ struct Lister {
    }
 
    // Returns the status that ends the listing, else 0.
-   ZLC_ReturnStatus PrintDescriptors() const {
-      sysinfo::InstanceList descriptors;
-      if (descriptors.Fetch(sysinfo::Node(ZIF_NODE_userworld_cartel_fd_fds), query) != 0) {
-         return 0;
-      }
+   ZLC_ReturnStatus PrintDescriptors(const sysinfo::InstanceList &descriptors) const {
       rec::userworld_cartel_fd_fds record;
       for (int index = 0; index < descriptors.Count(); ++index) {
          const auto number = static_cast<std::int32_t>(ZIF_ParamGetInt(descriptors.At(index)));
@@ -124,7 +120,12 @@ int LsofMain(int argc, char **argv) {
       }
       lister.worldName = name.name();
       lister.PrintWorkingDirectory();
-      failure = lister.PrintDescriptors();
+      // Without its descriptor list a cartel gets no descriptor and no mapping lines.
+      sysinfo::InstanceList descriptors;
+      if (descriptors.Fetch(sysinfo::Node(ZIF_NODE_userworld_cartel_fd_fds), query.get()) != 0) {
+         return sysinfo::Visit::Next;
+      }
+      failure = lister.PrintDescriptors(descriptors);
       if (failure == 0) {
          failure = lister.PrintMappings();
       }

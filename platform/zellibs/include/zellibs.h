@@ -193,10 +193,20 @@ ZLC_ReturnStatus ZlcSyscall_DevInfo(uint32_t segment, uint32_t bus, uint32_t slo
                                     int64_t *negErrno);
 
 /*
- * The device number of the in-memory root file system: 1 on a host, or the
- * value a simulator snapshot sets (its "simulator" settings).
+ * zdu's way from a path to its inode record. A host keeps its in-memory root
+ * file system on one device (1, or the "rootDevice" of a simulator snapshot)
+ * and keys system_zelorfs_inodes by inode number. A capture of a Linux host
+ * has a file system of its own per ram disk, each with its own device and
+ * inode numbers; its snapshot sets "rootDevice" ZLC_INODE_KEYS_BY_DEVICE and
+ * keys each inode by both, ZLC_DEVICE_INODE_KEY (device and inode number
+ * below 2^32 each).
+ * ZlcSim_InodeKey sets *key to the key of the inode that lstat reports as
+ * (device, inode) and returns 1, or returns 0 when that device holds no part
+ * of the in-memory root file system.
  */
-uint64_t ZlcSim_RootDevice(void);
+#define ZLC_INODE_KEYS_BY_DEVICE 0
+#define ZLC_DEVICE_INODE_KEY(device, inode) ((int64_t)(((uint64_t)(device) << 32) | (uint32_t)(inode)))
+int ZlcSim_InodeKey(uint64_t device, uint64_t inode, uint64_t *key);
 
 /* A newly allocated copy of text without leading and trailing white space. */
 char *StrUtil_TrimWhitespace(const char *text);

@@ -30,6 +30,13 @@ public:
    // False when the source carries no signature.
    virtual bool signature(Signature &out) = 0;
    virtual uint64_t rootDevice() { return 1; }
+   // The key of system_zelorfs_inodes for a file that lstat reports as
+   // (device, inode); false when the device holds no part of the in-memory
+   // root file system (zellibs.h, ZlcSim_InodeKey).
+   virtual bool inodeKey(uint64_t device, uint64_t inode, uint64_t &key) {
+      key = inode;
+      return device == rootDevice();
+   }
 };
 
 // A snapshot file opened read-only.

@@ -9,6 +9,8 @@
 #include <climits>
 #include <cstdlib>
 #include <cstring>
+#include <optional>
+#include <set>
 #include <system_error>
 
 namespace zif {
@@ -55,7 +57,38 @@ public:
       return ZLC_NOT_SUPPORTED;
    }
 
+   // A capture of a Linux host keys each ram disk's inodes by device and inode
+   // number; a device holds part of the in-memory root file system when some
+   // inode key names it.
+   bool inodeKey(uint64_t device, uint64_t inode, uint64_t &key) override {
+      if (rootDevice() != ZLC_INODE_KEYS_BY_DEVICE) {
+         return SnapshotBackend::inodeKey(device, inode, key);
+      }
+      if (device > UINT32_MAX || inode > UINT32_MAX || !inodeDevices().contains(device)) {
+         return false;
+      }
+      key = static_cast<uint64_t>(ZLC_DEVICE_INODE_KEY(device, inode));
+      return true;
+   }
+
 private:
+   // Gathered once: the simulator's writes never change inodes.
+   const std::set<uint64_t> &inodeDevices() {
+      if (!inodeDevices_) {
+         inodeDevices_.emplace();
+         Keys inodes;
+         if (listInstances("system_zelorfs_inodes", {}, inodes) == ZLC_OK) {
+            for (const Key &k : inodes) {
+               if (k.type == KeyType::Int) {
+                  inodeDevices_->insert(static_cast<uint64_t>(k.number) >> 32);
+               }
+            }
+         }
+      }
+      return *inodeDevices_;
+   }
+   std::optional<std::set<uint64_t>> inodeDevices_;
+
    // Input: month, day, year, hour, minute, second, each a 32-bit value
    // widened to 64 bits.
    ZLC_ReturnStatus setClock(const Keys &input) {

@@ -459,8 +459,18 @@ ZLC_ReturnStatus ZlcSyscall_DevInfo(uint32_t segment, uint32_t bus, uint32_t slo
    return s;
 }
 
-uint64_t ZlcSim_RootDevice(void) {
-   return gSource ? gSource->rootDevice() : 1;
+int ZlcSim_InodeKey(uint64_t device, uint64_t inode, uint64_t *key) {
+   uint64_t found = inode;
+   bool inMemory = false;
+   try {
+      inMemory = gSource && gSource->inodeKey(device, inode, found);
+   } catch (const std::bad_alloc &) {
+      inMemory = false;
+   }
+   if (inMemory && key) {
+      *key = found;
+   }
+   return inMemory ? 1 : 0;
 }
 
 char *StrUtil_TrimWhitespace(const char *text) {

@@ -138,3 +138,26 @@ TEST(ParseRtc, DateAndTimeFiles) {
    EXPECT_FALSE(ParseRtc("2026/11/23", "09:21:05"));
    EXPECT_FALSE(ParseRtc("2026-11-23", "9:21:05"));
 }
+
+TEST(ComposeBootCmdLine, KernelBlankOptions) {
+   const struct {
+      const char *cmdline, *composed;
+   } cases[] = {
+         {"BOOT_IMAGE=/boot/vmlinuz-6.1.0 root=/dev/sda1 ro quiet", "/boot/vmlinuz-6.1.0 root=/dev/sda1 ro quiet"},
+         // Where it stands, the first one only; the rest keeps its order.
+         {"ro BOOT_IMAGE=(hd0,gpt2)/vmlinuz quiet BOOT_IMAGE=/x", "(hd0,gpt2)/vmlinuz ro quiet BOOT_IMAGE=/x"},
+         {"BOOT_IMAGE=\"/vmlinuz\" ro", "/vmlinuz ro"},
+         // No kernel named: the running release's image. A value that cannot
+         // stand as the kernel stays among the options.
+         {"console=tty0 quiet -- --init-arg", "/boot/vmlinuz-6.9.1-test console=tty0 quiet -- --init-arg"},
+         {"BOOT_IMAGE= ro", "/boot/vmlinuz-6.9.1-test BOOT_IMAGE= ro"},
+         {"BOOT_IMAGE=\"/a b\" ro", "/boot/vmlinuz-6.9.1-test BOOT_IMAGE=\"/a b\" ro"},
+         // Blanks between words are one blank; quoted blanks stay.
+         {"  a\t dyndbg=\"file x +p\"   b  ", "/boot/vmlinuz-6.9.1-test a dyndbg=\"file x +p\" b"},
+         {"BOOT_IMAGE=/vmlinuz", "/vmlinuz"},
+         {"", "/boot/vmlinuz-6.9.1-test"},
+   };
+   for (const auto &c : cases) {
+      EXPECT_EQ(ComposeBootCmdLine(c.cmdline, "6.9.1-test"), c.composed) << c.cmdline;
+   }
+}

@@ -21,6 +21,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
    (void)ParseCgroupValue(text);
    (void)ParseBuildNumber(text);
    (void)ParseNumber(text);
+   (void)ComposeBootCmdLine(text, "6.1.0");
    size_t half = size / 2;
    (void)ParseRtc(text.substr(0, half), text.substr(half));
    return 0;
