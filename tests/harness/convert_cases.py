@@ -30,7 +30,7 @@ RETIRED = {"--tree is -J"}  # now a step of the tree case of tests/world/ps.case
 
 def cases_at_conversion(path):
     """The cases of path by name as they stood when the conversion removed it."""
-    commit = subprocess.run(["git", "log", "-1", "--format=%H", "--diff-filter=D", "--", path],
+    commit = subprocess.run(["git", "log", "-1", "--full-history", "--format=%H", "--diff-filter=D", "--", path],
                             capture_output=True, text=True).stdout.strip()
     shown = subprocess.run(["git", "show", f"{commit}^:{path}"], capture_output=True, text=True) if commit else None
     if not shown or shown.returncode != 0:
