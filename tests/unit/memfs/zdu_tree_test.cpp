@@ -310,7 +310,8 @@ TEST_F(ZduTree, EntriesWhosePathsPass4095CharactersAreReportedAndSkipped) {
    std::string path = "d";
    Dir(path, Ramdisk("root", 0));
    for (int level = 0; level < 16; ++level) {
-      path += "/" + std::string(level < 15 ? 250 : 72, static_cast<char>('a' + level));
+      path += '/';
+      path.append(level < 15 ? 250 : 72, static_cast<char>('a' + level));
       Dir(path, Ramdisk("root", 0));
    }
    ASSERT_EQ(path.size(), 3839u);
