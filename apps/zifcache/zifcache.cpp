@@ -60,7 +60,7 @@ int dump(const std::string &path) {
    zif::Snapshot model;
    zif::Problem problem;
    if (reader.toModel(model, &problem) != ZLC_OK) {
-      std::cerr << "zifcache dump: " << path << ": " << describe(problem) << "\n";
+      zifcache::reportProblem("dump", path, problem);
       return 1;
    }
    std::cout << zif::dumpJson(model);
