@@ -13,7 +13,7 @@ import tempfile
 import unittest
 
 ZIFCACHE = None
-FIXTURE = os.path.join(os.path.dirname(os.path.abspath(__file__)), "..", "capture", "fixture")
+FIXTURE = os.environ.get("ZIF_CAPTURE_FIXTURE", "")
 
 
 def zifcache(*args, **kwargs):
