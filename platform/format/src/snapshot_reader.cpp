@@ -144,14 +144,14 @@ bool entryFramed(const uint8_t *p, const IndexEntry &e, const IndexBounds &bound
 // Keys that decode, no payload beside an injected status (but for sets), and
 // a devinfo reply of its full size for a PCI function.
 bool entryContentValid(const IndexEntry &e, std::span<const uint8_t> key) {
-   Keys keys;
-   if (!decodeKeys(key, keys)) {
+   size_t keyCount = 0;
+   if (!countKeys(key, keyCount)) {
       return false;
    }
    if (e.status != 0 && e.kind != EntryKind::Set && e.kind != EntryKind::SetAny && e.dataLength != 0) {
       return false;
    }
-   return e.kind != EntryKind::DevInfo || e.status != 0 || (e.dataLength == ZLC_DEVINFO_REPLY_SIZE && keys.size() == 4);
+   return e.kind != EntryKind::DevInfo || e.status != 0 || (e.dataLength == ZLC_DEVINFO_REPLY_SIZE && keyCount == 4);
 }
 
 // Strictly ascending by kind, node and key bytes.
