@@ -30,7 +30,7 @@ constexpr std::uint32_t kZombieChildState = rec::userworld_cartel_child::state_z
 constexpr std::size_t kFlushSize = 64 * 1024;
 
 struct Collection {
-   std::vector<WorldEntry> worlds;
+   std::vector<WorldEntry> worlds;  // the flat list: each world followed by its zombie children
    std::int32_t worldsWalked = 0;
    std::int32_t worldsCollected = 0;
    std::int32_t zombies = 0;
@@ -182,6 +182,16 @@ Outcome CollectWorld(WorldEntry &entry, ZIF_ParamList *query, PsState &state, Co
    return Outcome::Keep;
 }
 
+// Appends a collected world to the flat list, followed by its zombie
+// children, so that the walk builds the list in place.
+void AppendWithZombies(std::vector<WorldEntry> &flat, WorldEntry &&world) {
+   std::vector<WorldEntry> zombies = std::move(world.zombies);
+   flat.push_back(std::move(world));
+   for (WorldEntry &zombie : zombies) {
+      flat.push_back(std::move(zombie));
+   }
+}
+
 bool CollectWorlds(PsState &state, ZIF_ParamList *query, const sysinfo::InstanceList &instances,
                    Collection &collection) {
    const auto buffers = std::make_unique<RecordBuffers>();
@@ -191,7 +201,7 @@ bool CollectWorlds(PsState &state, ZIF_ParamList *query, const sysinfo::Instance
       WorldEntry entry;
       switch (CollectWorld(entry, query, state, collection, *buffers)) {
          case Outcome::Keep:
-            collection.worlds.push_back(std::move(entry));
+            AppendWithZombies(collection.worlds, std::move(entry));
             ++collection.worldsCollected;
             return sysinfo::Visit::Next;
          case Outcome::Skip:
@@ -203,24 +213,6 @@ bool CollectWorlds(PsState &state, ZIF_ParamList *query, const sysinfo::Instance
       return sysinfo::Visit::Stop;
    });
    return walk.Completed() && !failed;
-}
-
-// The flat list: each collected world followed by its zombie children.
-bool BuildFlatList(Collection &collection, std::vector<WorldEntry> &flat) {
-   try {
-      flat.reserve(collection.worlds.size() + static_cast<std::size_t>(collection.zombies));
-   } catch (const std::bad_alloc &) {
-      return Fail("WorldList: malloc failed when allocating allNodes list\n");
-   }
-   for (WorldEntry &world : collection.worlds) {
-      std::vector<WorldEntry> zombies = std::move(world.zombies);
-      flat.push_back(std::move(world));
-      for (WorldEntry &zombie : zombies) {
-         flat.push_back(std::move(zombie));
-      }
-   }
-   collection.worlds = {};
-   return true;
 }
 
 // The root of a userspace is a collected world of that userspace without a
@@ -345,10 +337,7 @@ bool ListWorlds(PsState &state) {
       return false;
    }
 
-   std::vector<WorldEntry> flat;
-   if (!BuildFlatList(collection, flat)) {
-      return false;
-   }
+   std::vector<WorldEntry> &flat = collection.worlds;
    UserspaceRoots roots;
    FindUserspaceRoots(flat, roots);
 
