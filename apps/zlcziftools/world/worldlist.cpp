@@ -329,7 +329,10 @@ bool ListWorlds(PsState &state) {
 
    Collection collection;
    try {
-      collection.worlds.reserve(static_cast<std::size_t>(instances.Count()));
+      // Room for the zombie children too, so that the list is not moved as
+      // it grows: pages of the reserve that are never written cost nothing.
+      const auto count = static_cast<std::size_t>(instances.Count());
+      collection.worlds.reserve(count + count / 2);
    } catch (const std::bad_alloc &) {
       return Fail("WorldList: malloc failed when allocating root tree node\n");
    }

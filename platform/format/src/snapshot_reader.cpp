@@ -334,6 +334,11 @@ std::optional<size_t> Reader::find(EntryKind kind, std::string_view node, std::s
    if (g.next > g.first && keyText(g.next - 1) == key) {
       return g.next - 1;
    }
+   // A walk in key order that asks for keys the node does not hold: the key
+   // sorts between the last entry found and the next one.
+   if ((g.next == g.first || keyText(g.next - 1) < key) && (g.next == g.last || key < keyText(g.next))) {
+      return std::nullopt;
+   }
    std::optional<size_t> found = findOutOfOrder(g, key);
    if (found) {
       g.next = *found + 1;
