@@ -34,6 +34,7 @@ struct Collection {
    std::int32_t worldsWalked = 0;
    std::int32_t worldsCollected = 0;
    std::int32_t zombies = 0;
+   std::vector<WorldEntry> newZombies;  // the zombie children of the world being collected
 };
 
 // Room for the records ps reads per world; only parts of them are kept.
@@ -104,7 +105,7 @@ bool CollectZombies(WorldEntry &entry, Collection &collection, RecordBuffers &bu
    }
    const int count = children.Count();
    try {
-      entry.zombies.reserve(static_cast<std::size_t>(count > 0 ? count : 0));
+      collection.newZombies.reserve(static_cast<std::size_t>(count > 0 ? count : 0));
    } catch (const std::bad_alloc &) {
       return Fail("failed to allocate array for zombies\n");
    }
@@ -126,7 +127,7 @@ bool CollectZombies(WorldEntry &entry, Collection &collection, RecordBuffers &bu
          return false;
       }
       if (buffers.child.state() == kZombieChildState && mainWorld) {
-         WorldEntry &zombie = entry.zombies.emplace_back();
+         WorldEntry &zombie = collection.newZombies.emplace_back();
          zombie.nThreads = 0;
          zombie.zombie = true;
          zombie.info.set_worldId(static_cast<std::uint32_t>(childId))
@@ -184,11 +185,10 @@ Outcome CollectWorld(WorldEntry &entry, ZIF_ParamList *query, PsState &state, Co
 
 // Appends a collected world to the flat list, followed by its zombie
 // children, so that the walk builds the list in place.
-void AppendWithZombies(std::vector<WorldEntry> &flat, WorldEntry &&world) {
-   std::vector<WorldEntry> zombies = std::move(world.zombies);
-   flat.push_back(std::move(world));
-   for (WorldEntry &zombie : zombies) {
-      flat.push_back(std::move(zombie));
+void AppendWithZombies(Collection &collection, WorldEntry &&world) {
+   collection.worlds.push_back(std::move(world));
+   for (WorldEntry &zombie : collection.newZombies) {
+      collection.worlds.push_back(std::move(zombie));
    }
 }
 
@@ -199,9 +199,10 @@ bool CollectWorlds(PsState &state, ZIF_ParamList *query, const sysinfo::Instance
    const sysinfo::WalkResult walk = sysinfo::ForEachInstance(instances, query, [&](ZIF_Param *, int) {
       ++collection.worldsWalked;
       WorldEntry entry;
+      collection.newZombies.clear();
       switch (CollectWorld(entry, query, state, collection, *buffers)) {
          case Outcome::Keep:
-            AppendWithZombies(collection.worlds, std::move(entry));
+            AppendWithZombies(collection, std::move(entry));
             ++collection.worldsCollected;
             return sysinfo::Visit::Next;
          case Outcome::Skip:
