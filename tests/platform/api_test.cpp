@@ -155,6 +155,13 @@ TEST_F(SourceTest, InstanceListsKeepOrderAndKeyTypes) {
    const char *name;
    ASSERT_EQ(ZIF_ParamListGetString(disks.list, 1, &name), ZLC_OK);
    EXPECT_STREQ(name, "b.b00");
+   // An instance list changes like any other list: its last keys go, new ones come.
+   const int disksHeld = ZIF_ParamListUsedCount(disks.list);
+   ZIF_ParamListRemoveLastParam(disks.list);
+   ZIF_ParamListRemoveLastParam(disks.list);
+   ASSERT_EQ(ZIF_ParamListAddString(disks.list, "c.c00"), ZLC_OK);
+   ASSERT_EQ(ZIF_ParamListGetString(disks.list, disksHeld - 2, &name), ZLC_OK);
+   EXPECT_STREQ(name, "c.c00");
 
    // A nested level is addressed by the parent's keys; an empty parent list
    // equals none.

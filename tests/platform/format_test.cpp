@@ -501,6 +501,13 @@ TEST(Lookup, IntegerKeysSortNumericallyAndAnyLookupOrderFindsItsEntry) {
       }
       return std::string(bytes.begin(), bytes.end() - 1);
    };
+   // In key order with a missing key before each and after the last: a miss
+   // between neighbours must not lose the entries after it.
+   for (int n = -40; n < 40; n++) {
+      EXPECT_EQ(nameOf(n * 300 - 1), "-");
+      EXPECT_EQ(nameOf(n * 300), "w" + std::to_string(n * 300));
+   }
+   EXPECT_EQ(nameOf(11701), "-");
    std::vector<int64_t> order;
    for (int n = -40; n < 40; n++) {
       order.push_back(n * 300);  // in key order

@@ -30,10 +30,11 @@ constexpr std::uint32_t kZombieChildState = rec::userworld_cartel_child::state_z
 constexpr std::size_t kFlushSize = 64 * 1024;
 
 struct Collection {
-   std::vector<WorldEntry> worlds;
+   std::vector<WorldEntry> worlds;  // the flat list: each world followed by its zombie children
    std::int32_t worldsWalked = 0;
    std::int32_t worldsCollected = 0;
    std::int32_t zombies = 0;
+   std::vector<WorldEntry> newZombies;  // the zombie children of the world being collected
 };
 
 // Room for the records ps reads per world; only parts of them are kept.
@@ -104,7 +105,7 @@ bool CollectZombies(WorldEntry &entry, Collection &collection, RecordBuffers &bu
    }
    const int count = children.Count();
    try {
-      entry.zombies.reserve(static_cast<std::size_t>(count > 0 ? count : 0));
+      collection.newZombies.reserve(static_cast<std::size_t>(count > 0 ? count : 0));
    } catch (const std::bad_alloc &) {
       return Fail("failed to allocate array for zombies\n");
    }
@@ -126,7 +127,7 @@ bool CollectZombies(WorldEntry &entry, Collection &collection, RecordBuffers &bu
          return false;
       }
       if (buffers.child.state() == kZombieChildState && mainWorld) {
-         WorldEntry &zombie = entry.zombies.emplace_back();
+         WorldEntry &zombie = collection.newZombies.emplace_back();
          zombie.nThreads = 0;
          zombie.zombie = true;
          zombie.info.set_worldId(static_cast<std::uint32_t>(childId))
@@ -182,6 +183,15 @@ Outcome CollectWorld(WorldEntry &entry, ZIF_ParamList *query, PsState &state, Co
    return Outcome::Keep;
 }
 
+// Appends a collected world to the flat list, followed by its zombie
+// children, so that the walk builds the list in place.
+void AppendWithZombies(Collection &collection, WorldEntry &&world) {
+   collection.worlds.push_back(std::move(world));
+   for (WorldEntry &zombie : collection.newZombies) {
+      collection.worlds.push_back(std::move(zombie));
+   }
+}
+
 bool CollectWorlds(PsState &state, ZIF_ParamList *query, const sysinfo::InstanceList &instances,
                    Collection &collection) {
    const auto buffers = std::make_unique<RecordBuffers>();
@@ -189,9 +199,10 @@ bool CollectWorlds(PsState &state, ZIF_ParamList *query, const sysinfo::Instance
    const sysinfo::WalkResult walk = sysinfo::ForEachInstance(instances, query, [&](ZIF_Param *, int) {
       ++collection.worldsWalked;
       WorldEntry entry;
+      collection.newZombies.clear();
       switch (CollectWorld(entry, query, state, collection, *buffers)) {
          case Outcome::Keep:
-            collection.worlds.push_back(std::move(entry));
+            AppendWithZombies(collection, std::move(entry));
             ++collection.worldsCollected;
             return sysinfo::Visit::Next;
          case Outcome::Skip:
@@ -203,24 +214,6 @@ bool CollectWorlds(PsState &state, ZIF_ParamList *query, const sysinfo::Instance
       return sysinfo::Visit::Stop;
    });
    return walk.Completed() && !failed;
-}
-
-// The flat list: each collected world followed by its zombie children.
-bool BuildFlatList(Collection &collection, std::vector<WorldEntry> &flat) {
-   try {
-      flat.reserve(collection.worlds.size() + static_cast<std::size_t>(collection.zombies));
-   } catch (const std::bad_alloc &) {
-      return Fail("WorldList: malloc failed when allocating allNodes list\n");
-   }
-   for (WorldEntry &world : collection.worlds) {
-      std::vector<WorldEntry> zombies = std::move(world.zombies);
-      flat.push_back(std::move(world));
-      for (WorldEntry &zombie : zombies) {
-         flat.push_back(std::move(zombie));
-      }
-   }
-   collection.worlds = {};
-   return true;
 }
 
 // The root of a userspace is a collected world of that userspace without a
@@ -337,7 +330,10 @@ bool ListWorlds(PsState &state) {
 
    Collection collection;
    try {
-      collection.worlds.reserve(static_cast<std::size_t>(instances.Count()));
+      // Room for the zombie children too, so that the list is not moved as
+      // it grows: pages of the reserve that are never written cost nothing.
+      const auto count = static_cast<std::size_t>(instances.Count());
+      collection.worlds.reserve(count + count / 2);
    } catch (const std::bad_alloc &) {
       return Fail("WorldList: malloc failed when allocating root tree node\n");
    }
@@ -345,10 +341,7 @@ bool ListWorlds(PsState &state) {
       return false;
    }
 
-   std::vector<WorldEntry> flat;
-   if (!BuildFlatList(collection, flat)) {
-      return false;
-   }
+   std::vector<WorldEntry> &flat = collection.worlds;
    UserspaceRoots roots;
    FindUserspaceRoots(flat, roots);
 

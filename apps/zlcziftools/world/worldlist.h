@@ -58,7 +58,6 @@ struct WorldEntry {
    EntryRef firstChild = kNone;
    EntryRef lastChild = kNone;  // the end of the child chain, so linking appends in constant time
    EntryRef parent = kNone;
-   std::vector<WorldEntry> zombies;  // emptied into the flat list after the walk
    bool zombie = false;
 };
 

@@ -105,8 +105,12 @@ std::string encodeKeys(const Keys &keys) {
    return out;
 }
 
-bool decodeKeys(std::span<const uint8_t> bytes, Keys &out) {
-   out.clear();
+namespace {
+
+// Walks encoded keys, handing each to add(type, number, text); false at the
+// first malformed key.
+template <typename Add>
+bool walkKeys(std::span<const uint8_t> bytes, Add &&add) {
    size_t pos = 0;
    while (pos < bytes.size()) {
       uint8_t type = bytes[pos++];
@@ -115,16 +119,16 @@ bool decodeKeys(std::span<const uint8_t> bytes, Keys &out) {
          if (c.left() < kIntKeySize) {
             return false;
          }
-         out.push_back(Key::ofInt(getIntKey(bytes.data() + pos)));
+         add(KeyType::Int, getIntKey(bytes.data() + pos), std::string_view());
          c.skip(kIntKeySize);
       } else if (type == static_cast<uint8_t>(KeyType::Text)) {
          std::string_view s;
          if (!c.text(s)) {
             return false;
          }
-         out.push_back(Key::ofText(std::string(s)));
+         add(KeyType::Text, 0, s);
       } else if (type == static_cast<uint8_t>(KeyType::Null)) {
-         out.push_back(Key::null());
+         add(KeyType::Null, 0, std::string_view());
       } else {
          return false;
       }
@@ -132,6 +136,26 @@ bool decodeKeys(std::span<const uint8_t> bytes, Keys &out) {
    }
    return true;
 }
+
+}  // namespace
+
+bool decodeKeys(std::span<const uint8_t> bytes, Keys &out) {
+   out.clear();
+   return walkKeys(bytes, [&out](KeyType type, int64_t number, std::string_view text) {
+      out.push_back(type == KeyType::Int    ? Key::ofInt(number)
+                    : type == KeyType::Text ? Key::ofText(std::string(text))
+                                            : Key::null());
+   });
+}
+
+namespace file {
+
+bool countKeys(std::span<const uint8_t> bytes, size_t &count) {
+   count = 0;
+   return walkKeys(bytes, [&count](KeyType, int64_t, std::string_view) { ++count; });
+}
+
+}  // namespace file
 
 namespace file {
 

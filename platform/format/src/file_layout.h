@@ -167,6 +167,10 @@ inline std::pair<uint32_t, uint32_t> indexKeyRange(const uint8_t *p) {
    return {getU32(p + indexField::kKeyOffset), getU32(p + indexField::kKeyLength)};
 }
 
+// The number of keys in an encoded key string, without building them; false
+// when it is malformed (as decodeKeys is).
+bool countKeys(std::span<const uint8_t> bytes, size_t &count);
+
 // ---- names section: u32 count, then per name u32 length and bytes ----
 
 std::string encodeNames(std::span<const std::string_view> names);

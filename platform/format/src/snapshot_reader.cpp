@@ -144,14 +144,14 @@ bool entryFramed(const uint8_t *p, const IndexEntry &e, const IndexBounds &bound
 // Keys that decode, no payload beside an injected status (but for sets), and
 // a devinfo reply of its full size for a PCI function.
 bool entryContentValid(const IndexEntry &e, std::span<const uint8_t> key) {
-   Keys keys;
-   if (!decodeKeys(key, keys)) {
+   size_t keyCount = 0;
+   if (!countKeys(key, keyCount)) {
       return false;
    }
    if (e.status != 0 && e.kind != EntryKind::Set && e.kind != EntryKind::SetAny && e.dataLength != 0) {
       return false;
    }
-   return e.kind != EntryKind::DevInfo || e.status != 0 || (e.dataLength == ZLC_DEVINFO_REPLY_SIZE && keys.size() == 4);
+   return e.kind != EntryKind::DevInfo || e.status != 0 || (e.dataLength == ZLC_DEVINFO_REPLY_SIZE && keyCount == 4);
 }
 
 // Strictly ascending by kind, node and key bytes.
@@ -333,6 +333,11 @@ std::optional<size_t> Reader::find(EntryKind kind, std::string_view node, std::s
    }
    if (g.next > g.first && keyText(g.next - 1) == key) {
       return g.next - 1;
+   }
+   // A walk in key order that asks for keys the node does not hold: the key
+   // sorts between the last entry found and the next one.
+   if ((g.next == g.first || keyText(g.next - 1) < key) && (g.next == g.last || key < keyText(g.next))) {
+      return std::nullopt;
    }
    std::optional<size_t> found = findOutOfOrder(g, key);
    if (found) {

@@ -20,6 +20,15 @@ public:
    virtual ZLC_ReturnStatus listInstances(std::string_view node, const Keys &parent, Keys &out) = 0;
    // Copies min(buffer size, record size) bytes and zero-fills the rest.
    virtual ZLC_ReturnStatus getRecord(std::string_view node, const Keys &keys, std::span<uint8_t> buffer) = 0;
+   // The same with the keys encoded as encodeKeys does: the C API's reads
+   // come this way, so that a read builds no key vector.
+   virtual ZLC_ReturnStatus getRecordEncoded(std::string_view node, std::string_view key, std::span<uint8_t> buffer) {
+      Keys keys;
+      if (!decodeKeys({reinterpret_cast<const uint8_t *>(key.data()), key.size()}, keys)) {
+         return ZLC_BAD_PARAM;
+      }
+      return getRecord(node, keys, buffer);
+   }
    virtual ZLC_ReturnStatus dataLength(std::string_view node, const Keys &keys, uint32_t &length) = 0;
    virtual ZLC_ReturnStatus readData(std::string_view node, const Keys &keys, uint32_t offset, std::span<uint8_t> out,
                                      uint32_t &delivered) = 0;

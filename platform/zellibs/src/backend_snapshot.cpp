@@ -21,7 +21,12 @@ ZLC_ReturnStatus SnapshotBackend::load(const std::string &path) {
 
 ZLC_ReturnStatus SnapshotBackend::lookup(EntryKind kind, std::string_view node, const Keys &keys,
                                          std::span<const uint8_t> &payload) {
-   auto i = reader_.find(kind, node, encodeKeys(keys));
+   return lookup(kind, node, encodeKeys(keys), payload);
+}
+
+ZLC_ReturnStatus SnapshotBackend::lookup(EntryKind kind, std::string_view node, std::string_view key,
+                                         std::span<const uint8_t> &payload) {
+   auto i = reader_.find(kind, node, key);
    if (!i) {
       return ZLC_NO_SUCH_NODE;
    }
@@ -42,8 +47,13 @@ ZLC_ReturnStatus SnapshotBackend::listInstances(std::string_view node, const Key
 }
 
 ZLC_ReturnStatus SnapshotBackend::getRecord(std::string_view node, const Keys &keys, std::span<uint8_t> buffer) {
+   return getRecordEncoded(node, encodeKeys(keys), buffer);
+}
+
+ZLC_ReturnStatus SnapshotBackend::getRecordEncoded(std::string_view node, std::string_view key,
+                                                   std::span<uint8_t> buffer) {
    std::span<const uint8_t> payload;
-   ZLC_ReturnStatus s = lookup(EntryKind::Record, node, keys, payload);
+   ZLC_ReturnStatus s = lookup(EntryKind::Record, node, key, payload);
    if (s != ZLC_OK) {
       return s;
    }

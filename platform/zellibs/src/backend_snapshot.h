@@ -12,6 +12,7 @@ public:
 
    ZLC_ReturnStatus listInstances(std::string_view node, const Keys &parent, Keys &out) override;
    ZLC_ReturnStatus getRecord(std::string_view node, const Keys &keys, std::span<uint8_t> buffer) override;
+   ZLC_ReturnStatus getRecordEncoded(std::string_view node, std::string_view key, std::span<uint8_t> buffer) override;
    ZLC_ReturnStatus dataLength(std::string_view node, const Keys &keys, uint32_t &length) override;
    ZLC_ReturnStatus readData(std::string_view node, const Keys &keys, uint32_t offset, std::span<uint8_t> out,
                              uint32_t &delivered) override;
@@ -26,6 +27,8 @@ protected:
    bool storedSetAnswer(std::string_view node, const Keys &input, std::span<uint8_t> output, ZLC_ReturnStatus &status);
    // Finds an entry; on success payload holds its verified bytes.
    ZLC_ReturnStatus lookup(EntryKind kind, std::string_view node, const Keys &keys, std::span<const uint8_t> &payload);
+   ZLC_ReturnStatus lookup(EntryKind kind, std::string_view node, std::string_view key,
+                           std::span<const uint8_t> &payload);
 
    std::string path_;
    MappedFile file_;

@@ -12,6 +12,7 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <functional>
 #include <memory>
 #include <new>
 #include <vector>
@@ -28,6 +29,21 @@ static_assert(offsetof(ZIF_Param, type) == ZIF_PARAM_TYPE_OFFSET);
 struct ZIF_ParamList {
    int kind;
    std::vector<ZIF_Param *> params;  // owned; pointers stay valid as the list grows
+   // The parameters of an instance list, made in one allocation: params
+   // point into it, and those are not deleted one by one.
+   std::unique_ptr<ZIF_Param[]> block;
+   size_t blockSize = 0;
+
+   bool inBlock(const ZIF_Param *p) const {
+      return block && std::greater_equal<const ZIF_Param *>()(p, block.get()) &&
+             std::less<const ZIF_Param *>()(p, block.get() + blockSize);
+   }
+   void release(ZIF_Param *p) const {
+      std::free(p->text);
+      if (!inBlock(p)) {
+         delete p;
+      }
+   }
 };
 
 namespace {
@@ -38,10 +54,8 @@ std::unique_ptr<Backend> gSource;
 bool gSimulatorTried = false;
 
 void freeParam(ZIF_Param *p) {
-   if (p) {
-      std::free(p->text);
-      delete p;
-   }
+   std::free(p->text);
+   delete p;
 }
 
 ZLC_ReturnStatus addParam(ZIF_ParamList *list, uint32_t type, int64_t number, const char *text) {
@@ -86,21 +100,57 @@ Keys toKeys(const ZIF_ParamList *list) {
    return keys;
 }
 
+// The keys of a list encoded as encodeKeys would encode toKeys(list), into a
+// buffer kept between calls.
+std::string_view encodeParams(const ZIF_ParamList *list) {
+   thread_local std::string key;
+   key.clear();
+   if (list) {
+      for (const ZIF_Param *p : list->params) {
+         if (p->type == ZIF_PARAM_TYPE_INT) {
+            appendKey(key, KeyType::Int, p->number, {});
+         } else if (p->type == ZIF_PARAM_TYPE_STRING) {
+            appendKey(key, KeyType::Text, 0, p->text ? p->text : "");
+         } else {
+            appendKey(key, KeyType::Null, 0, {});
+         }
+      }
+   }
+   return key;
+}
+
 ZIF_ParamList *fromKeys(const Keys &keys) {
-   ZIF_ParamList *list = ZIF_ParamListCreate(1, static_cast<int>(keys.size()));
+   std::unique_ptr<ZIF_ParamList> list(ZIF_ParamListCreate(1, 0));
    if (!list) {
       return nullptr;
    }
-   for (const Key &k : keys) {
-      ZLC_ReturnStatus s = k.type == KeyType::Int    ? addParam(list, ZIF_PARAM_TYPE_INT, k.number, nullptr)
-                           : k.type == KeyType::Text ? addParam(list, ZIF_PARAM_TYPE_STRING, 0, k.text.c_str())
-                                                     : addParam(list, 3, 0, nullptr);
-      if (s != ZLC_OK) {
-         ZIF_ParamListDestroy(list);
-         return nullptr;
-      }
+   try {
+      list->params.reserve(keys.size());
+      list->block = std::make_unique<ZIF_Param[]>(keys.size());
+   } catch (const std::bad_alloc &) {
+      return nullptr;
    }
-   return list;
+   list->blockSize = keys.size();
+   for (size_t i = 0; i < keys.size(); i++) {
+      const Key &k = keys[i];
+      ZIF_Param &p = list->block[i];
+      p = {k.number, nullptr, 0, 0,
+           k.type == KeyType::Int    ? ZIF_PARAM_TYPE_INT
+           : k.type == KeyType::Text ? ZIF_PARAM_TYPE_STRING
+                                     : 3};
+      if (k.type != KeyType::Int) {
+         p.number = 0;
+      }
+      if (k.type == KeyType::Text) {
+         p.text = strdup(k.text.c_str());
+         if (!p.text) {
+            ZIF_ParamListDestroy(list.release());
+            return nullptr;
+         }
+      }
+      list->params.push_back(&p);
+   }
+   return list.release();
 }
 
 // Runs a node operation: resolves the node number and guards against
@@ -177,7 +227,7 @@ const char *ZLC_ReturnStatusToString(ZLC_ReturnStatus status) {
 }
 
 ZIF_ParamList *ZIF_ParamListCreate(int kind, int capacity) {
-   ZIF_ParamList *list = new (std::nothrow) ZIF_ParamList{kind, {}};
+   ZIF_ParamList *list = new (std::nothrow) ZIF_ParamList{kind, {}, {}, 0};
    if (!list) {
       return nullptr;
    }
@@ -197,7 +247,7 @@ void ZIF_ParamListDestroy(ZIF_ParamList *list) {
       return;
    }
    for (ZIF_Param *p : list->params) {
-      freeParam(p);
+      list->release(p);
    }
    delete list;
 }
@@ -215,7 +265,7 @@ ZLC_ReturnStatus ZIF_ParamListAddString(ZIF_ParamList *list, const char *text) {
 
 void ZIF_ParamListRemoveLastParam(ZIF_ParamList *list) {
    if (list && !list->params.empty()) {
-      freeParam(list->params.back());
+      list->release(list->params.back());
       list->params.pop_back();
    }
 }
@@ -307,7 +357,7 @@ ZLC_ReturnStatus ZIF_Get(ZIF_NodeNumber node, ZIF_ParamList *params, void *buffe
       return ZLC_BAD_PARAM;
    }
    return nodeOp(node, [&](std::string_view name) {
-      return gSource->getRecord(name, toKeys(params), {static_cast<uint8_t *>(buffer), length});
+      return gSource->getRecordEncoded(name, encodeParams(params), {static_cast<uint8_t *>(buffer), length});
    });
 }
 
