@@ -54,6 +54,9 @@ public:
    // when its call ends.
    Outcome acquire(const std::string &lockPath, std::chrono::milliseconds wait) {
       fd_ = ::open(lockPath.c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0644);
+      if (fd_ < 0 && errno == EACCES) {
+         fd_ = ::open(lockPath.c_str(), O_RDONLY | O_CLOEXEC);  // another user's lock file locks as well
+      }
       if (fd_ < 0) {
          return Outcome::Failed;
       }
