@@ -48,6 +48,7 @@ import difflib
 import json
 import os
 import re
+import shlex
 import shutil
 import subprocess
 import sys
@@ -117,7 +118,8 @@ def compare_stream(name, expected, actual, problems):
 
 
 class Runner:
-    def __init__(self, zlcziftools, zifcache, case_file):
+    def __init__(self, zlcziftools, zifcache, case_file, wrapper=()):
+        self.wrapper = list(wrapper)
         self.zlcziftools = os.path.abspath(zlcziftools)
         self.zifcache = os.path.abspath(zifcache)
         self.case_file = os.path.abspath(case_file)
@@ -186,8 +188,14 @@ class Runner:
             step_env["ZLC_SIMULATOR"] = step_env.get("ZLC_SIMULATOR", "snapshot.zifc")
         self.write_files(step.get("files", {}), tmp)
         stdin = to_bytes(step.get("stdin", ""))
+        if self.wrapper:
+            # The wrapper starts argv[0] as given, a bare name found through PATH,
+            # so that the program sees the same name.
+            if "/" not in argv[0]:
+                step_env["PATH"] = os.path.dirname(executable) + os.pathsep + step_env.get("PATH", "")
+            argv, executable = self.wrapper + argv, None
         result = subprocess.run(argv, executable=executable, cwd=tmp, env=step_env, input=stdin,
-                                capture_output=True, timeout=step.get("timeout", 60))
+                                capture_output=True, timeout=step.get("timeout", 60) * (10 if self.wrapper else 1))
         problems = []
         compare_stream("stdout", expected_stream(step, "stdout"), result.stdout, problems)
         compare_stream("stderr", expected_stream(step, "stderr"), result.stderr, problems)
@@ -250,9 +258,10 @@ def main():
     parser.add_argument("--zlcziftools", required=True)
     parser.add_argument("--zifcache", required=True)
     parser.add_argument("--case", help="run only the case of this name")
+    parser.add_argument("--wrapper", default="", help='a command line the programs run under, e.g. "valgrind -q"')
     parser.add_argument("case_file")
     args = parser.parse_args()
-    return Runner(args.zlcziftools, args.zifcache, args.case_file).run(args.case)
+    return Runner(args.zlcziftools, args.zifcache, args.case_file, shlex.split(args.wrapper)).run(args.case)
 
 
 if __name__ == "__main__":
