@@ -56,6 +56,7 @@ import difflib
 import json
 import os
 import re
+import shlex
 import shutil
 import subprocess
 import sys
@@ -312,7 +313,8 @@ def compare_stream(name, expected, actual, problems):
 
 
 class Runner:
-    def __init__(self, zlcziftools, zifcache, case_file):
+    def __init__(self, zlcziftools, zifcache, case_file, wrapper=()):
+        self.wrapper = list(wrapper)
         self.zlcziftools = os.path.abspath(zlcziftools)
         self.zifcache = os.path.abspath(zifcache)
         self.case_file = os.path.abspath(case_file)
@@ -384,8 +386,14 @@ class Runner:
         if "stdin_file" in step:
             with open(os.path.join(tmp, self.substitute(step["stdin_file"], tmp)), "rb") as f:
                 stdin = f.read()
+        if self.wrapper:
+            # The wrapper starts argv[0] as given, a bare name found through PATH,
+            # so that the program sees the same name.
+            if "/" not in argv[0]:
+                step_env["PATH"] = os.path.dirname(executable) + os.pathsep + step_env.get("PATH", "")
+            argv, executable = self.wrapper + argv, None
         result = subprocess.run(argv, executable=executable, cwd=tmp, env=step_env, input=stdin,
-                                capture_output=True, timeout=step.get("timeout", 60))
+                                capture_output=True, timeout=step.get("timeout", 60) * (10 if self.wrapper else 1))
         problems = []
         compare_stream("stdout", expected_stream(step, "stdout"), result.stdout, problems)
         compare_stream("stderr", expected_stream(step, "stderr"), result.stderr, problems)
@@ -450,10 +458,11 @@ def main():
     parser.add_argument("--zlcziftools", required=True)
     parser.add_argument("--zifcache", required=True)
     parser.add_argument("--case", help="run only the case of this name")
+    parser.add_argument("--wrapper", default="", help='a command line the programs run under, e.g. "valgrind -q"')
     parser.add_argument("case_file")
     args = parser.parse_args()
     try:
-        runner = Runner(args.zlcziftools, args.zifcache, args.case_file)
+        runner = Runner(args.zlcziftools, args.zifcache, args.case_file, shlex.split(args.wrapper))
     except CaseError as error:
         print(f"{args.case_file}: {error}")
         return 1

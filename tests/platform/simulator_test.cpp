@@ -1,9 +1,19 @@
 // The simulator: a snapshot acting as the live kernel that keeps the clock
-// and group allocation writes for the next process.
+// and group allocation writes for the next process, one writer at a time.
 #include "testutil.h"
+#include "tool_run.h"
 
+#include <fcntl.h>
+#include <sys/file.h>
+#include <sys/resource.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <csignal>
 #include <cstring>
 #include <filesystem>
+#include <functional>
+#include <set>
 
 using namespace ziftest;
 
@@ -65,6 +75,28 @@ protected:
       ZIF_ParamListDestroy(q);
       return s == ZLC_OK ? rec : std::vector<int64_t>();
    }
+   static std::vector<int32_t> clock() {
+      std::vector<int32_t> rtc(6, -99);
+      ZLC_ReturnStatus s = ZIF_Get(ZIF_NODE_hardware_chipset_rtc.number, nullptr, rtc.data(), 24);
+      return s == ZLC_OK ? rtc : std::vector<int32_t>();
+   }
+   static std::set<std::string> filesBeside(const std::string &path) {
+      std::set<std::string> names;
+      for (auto &e : std::filesystem::directory_iterator(std::filesystem::path(path).parent_path())) {
+         names.insert(e.path().filename().string());
+      }
+      return names;
+   }
+   // Runs body in a child process; its exit status.
+   static int inChild(const std::function<int()> &body) {
+      pid_t child = fork();
+      if (child == 0) {
+         _exit(body());
+      }
+      int status = -1;
+      waitpid(child, &status, 0);
+      return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
+   }
 };
 
 }  // namespace
@@ -88,12 +120,7 @@ TEST_F(SimulatorTest, ClockWriteIsSeenNowAndByTheNextProcess) {
    EXPECT_EQ(ZlcSim_InodeKey(5, 42, &inode), 1);
    EXPECT_EQ(inode, 42u);
    EXPECT_EQ(ZlcSim_InodeKey(1, 42, &inode), 0);
-   size_t files = 0;
-   for (auto &e : std::filesystem::directory_iterator(std::filesystem::path(path).parent_path())) {
-      (void)e;
-      files++;
-   }
-   EXPECT_EQ(files, 1u);
+   EXPECT_EQ(filesBeside(path), (std::set<std::string>{"kernel.zifc", "kernel.zifc.lock"}));
 
    EXPECT_EQ(setClock({1, 2, 3}), ZLC_BAD_PARAM);
 }
@@ -143,4 +170,145 @@ TEST_F(SimulatorTest, CacheChosenFirstIsKeptByALaterInit) {
    ASSERT_EQ(ZIF_Get(ZIF_NODE_hardware_chipset_rtc.number, nullptr, &hour, sizeof hour), ZLC_OK);
    EXPECT_EQ(hour, 9);
    EXPECT_EQ(setClock({1, 2, 3, 4, 5, 6}), ZLC_SNAP_READ_ONLY);
+}
+
+// The loops of separate processes that lost one to three of eighty writes
+// when each put back the whole file it had read before another's rename.
+TEST_F(SimulatorTest, ConcurrentWritersLoseNothing) {
+   std::string path = start(R"({"records": [
+     {"node": "hardware_chipset_rtc", "fields": {"hour": 1, "minute": 2, "second": 3, "day": 4, "month": 5, "year": 2020}},
+     {"node": "sched_groups_memAllocationInMB", "keys": [102], "fields": {"min": 1, "max": 1}}],
+    "sets": [{"node": "sched_groupPathNameToID", "input": ["host/user/pool2"], "hex": "6600000000000000"}]})");
+   using Args = std::function<std::vector<std::string>(int)>;
+   const std::vector<Args> loops = {
+         [](int i) {
+            return std::vector<std::string>{"rpcfg", "-g", "host/user/pool2", "-m", std::to_string(2000 + i)};
+         },
+         [](int i) {
+            return std::vector<std::string>{"hwclock", "-t", "03:04:" + std::to_string(10 + i)};
+         },
+         [](int i) {
+            return std::vector<std::string>{"rpcfg", "-g", "host/user/pool2", "-m", std::to_string(3000 + i)};
+         }};
+   std::vector<pid_t> children;
+   for (size_t n = 0; n < loops.size(); n++) {
+      std::string scratch = dir.file("loop" + std::to_string(n));
+      std::filesystem::create_directory(scratch);
+      pid_t child = fork();
+      if (child == 0) {
+         int failed = 0;
+         for (int i = 1; i <= 40; i++) {
+            failed +=
+                  testtools::RunTool(ZLCZIFTOOLS_PATH, loops[n](i), scratch, testtools::InSimulator(path)).status != 0;
+         }
+         _exit(failed);
+      }
+      children.push_back(child);
+   }
+   for (pid_t child : children) {
+      int status = -1;
+      waitpid(child, &status, 0);
+      EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 0) << "failed commands: " << WEXITSTATUS(status);
+   }
+   restart(path);
+   EXPECT_EQ(clock(), (std::vector<int32_t>{3, 4, 50, 4, 5, 2020}));
+   // Same record: the last value of one writer or the other, never a mix.
+   auto pool2 = group(102, 2);
+   ASSERT_EQ(pool2.size(), 2u);
+   EXPECT_TRUE(pool2[0] == 2040 || pool2[0] == 3040) << pool2[0];
+   EXPECT_EQ(pool2[1], pool2[0]);
+}
+
+// Writers without a process start between their writes: the read, build and
+// rename of one overlap another's all the time unless they take turns.
+TEST_F(SimulatorTest, WritersInTightLoopsLoseNothing) {
+   constexpr int kWrites = 300;
+   std::string path = start();
+   const std::vector<std::function<ZLC_ReturnStatus(int)>> writers = {
+         [](int i) { return setGroup(7, {("min=" + std::to_string(i)).c_str()}); },
+         [](int i) { return setGroup(7, {("max=" + std::to_string(i)).c_str()}); },
+         [](int i) {
+            return setClock({i, i, i, i, i, i});
+         }};
+   std::vector<pid_t> children;
+   for (const auto &write : writers) {
+      pid_t child = fork();
+      if (child == 0) {
+         restart(path);
+         int failed = 0;
+         for (int i = 1; i <= kWrites; i++) {
+            failed += write(i) != ZLC_OK;
+         }
+         _exit(failed);
+      }
+      children.push_back(child);
+   }
+   for (pid_t child : children) {
+      int status = -1;
+      waitpid(child, &status, 0);
+      EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 0) << "failed writes: " << WEXITSTATUS(status);
+   }
+   restart(path);
+   EXPECT_EQ(group(7, 2), (std::vector<int64_t>{kWrites, kWrites}));
+   EXPECT_EQ(clock(), std::vector<int32_t>(6, kWrites));
+}
+
+TEST_F(SimulatorTest, WriterWaitsOnlyBoundedForTheLockAndReadersNotAtAll) {
+   std::string path = start();
+   std::vector<uint8_t> before = readBytes(path);
+   int holder = open((path + ".lock").c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0644);
+   ASSERT_EQ(flock(holder, LOCK_EX), 0);
+   zif::setWriterLockWait(std::chrono::milliseconds(50));
+   testing::internal::CaptureStderr();
+   EXPECT_EQ(setClock({1, 2, 3, 4, 5, 6}), ZLC_WRITE_FAILED);
+   EXPECT_EQ(testing::internal::GetCapturedStderr(), "zellibs: simulator snapshot " + path +
+                                                           ": another writer has held " + path +
+                                                           ".lock for 50 ms; nothing changed\n");
+   EXPECT_EQ(readBytes(path), before);
+   EXPECT_EQ(clock(), (std::vector<int32_t>{1, 2, 3, 4, 5, 2020}));
+   close(holder);
+   zif::setWriterLockWait(zif::kWriterLockWait);
+   EXPECT_EQ(setClock({1, 2, 3, 4, 5, 6}), ZLC_OK);
+}
+
+// A writer killed at any moment leaves a whole file, old or new, and its lock
+// goes with it.
+TEST_F(SimulatorTest, KilledWriterLeavesAWholeFileAndNoLock) {
+   std::string path = start();
+   ASSERT_EQ(setClock({9, 9, 9, 9, 9, 9}), ZLC_OK);
+   for (int delay : {1, 3, 7, 15, 30}) {
+      pid_t child = fork();
+      if (child == 0) {
+         for (int32_t i = 1;; i++) {
+            setClock({i, i, i, i, i, i});
+         }
+      }
+      std::this_thread::sleep_for(std::chrono::milliseconds(delay));
+      kill(child, SIGKILL);
+      waitpid(child, nullptr, 0);
+      restart(path);
+      auto rtc = clock();
+      ASSERT_EQ(rtc.size(), 6u);
+      EXPECT_EQ(std::set<int32_t>(rtc.begin() + 1, rtc.end()), std::set<int32_t>{rtc[0]}) << "torn after " << delay;
+      zif::setWriterLockWait(std::chrono::milliseconds(0));
+      EXPECT_EQ(setGroup(7, {"min=1"}), ZLC_OK);
+      zif::setWriterLockWait(zif::kWriterLockWait);
+   }
+}
+
+// A write that fails part way (a file size limit stands in for a full disk)
+// leaves the old file and no temporary.
+TEST_F(SimulatorTest, FailedSaveLeavesTheOldFile) {
+   std::string path = start();
+   std::vector<uint8_t> before = readBytes(path);
+   ASSERT_GT(before.size(), 256u);
+   EXPECT_EQ(inChild([] {
+                rlimit limit{256, 256};
+                signal(SIGXFSZ, SIG_IGN);
+                setrlimit(RLIMIT_FSIZE, &limit);
+                return setClock({1, 2, 3, 4, 5, 6}) == ZLC_WRITE_FAILED ? 0 : 1;
+             }),
+             0);
+   EXPECT_EQ(readBytes(path), before);
+   EXPECT_EQ(filesBeside(path), (std::set<std::string>{"kernel.zifc", "kernel.zifc.lock"}));
 }

@@ -1,23 +1,118 @@
 // Simulator back end: a snapshot that plays the live kernel. Reads come from
 // the file; the clock setting and group memory allocation are applied to the
 // file, which is rewritten atomically so that the next process sees them.
+// Writers take turns, so that none of them puts back what another one changed.
 #include "backend_snapshot.h"
 
 #include "zellibs_records.h"
+#include "zellibs_testing.h"
+#include "zifformat/layouts.h"
 
+#include <fcntl.h>
+#include <sys/file.h>
+#include <unistd.h>
+
+#include <cerrno>
 #include <charconv>
+#include <chrono>
 #include <climits>
+#include <condition_variable>
+#include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <memory>
+#include <mutex>
 #include <optional>
 #include <set>
 #include <system_error>
+#include <thread>
 
 namespace zif {
 namespace {
 
 using Rtc = rec::hardware_chipset_rtc;
 using MemAlloc = rec::sched_groups_memAllocationInMB;
+std::chrono::milliseconds gWriterLockWait = kWriterLockWait;
+
+// One writer at a time per snapshot: an exclusive flock on PATH.lock, a file
+// beside the snapshot (the snapshot itself is replaced by every write, so a
+// lock on it would go with the old file). Readers take no lock: they map
+// whichever complete file the path names. The lock ends with the descriptor,
+// also when the process dies.
+class WriterLock {
+public:
+   enum class Outcome { Held, Busy, Failed };
+
+   WriterLock() = default;
+   WriterLock(const WriterLock &) = delete;
+   WriterLock &operator=(const WriterLock &) = delete;
+   ~WriterLock() {
+      if (fd_ >= 0) {
+         ::close(fd_);
+      }
+   }
+
+   // Waits at most wait for the lock. A blocked flock runs on a helper
+   // thread, so that waiters queue in the kernel and are woken when the lock
+   // is let go (a waiter that polls starves behind writers that come straight
+   // back); a helper left behind at the bound closes the descriptor itself
+   // when its call ends.
+   Outcome acquire(const std::string &lockPath, std::chrono::milliseconds wait) {
+      fd_ = ::open(lockPath.c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0644);
+      if (fd_ < 0 && errno == EACCES) {
+         fd_ = ::open(lockPath.c_str(), O_RDONLY | O_CLOEXEC);  // another user's lock file locks as well
+      }
+      if (fd_ < 0) {
+         return Outcome::Failed;
+      }
+      if (flock(fd_, LOCK_EX | LOCK_NB) == 0) {
+         return Outcome::Held;
+      }
+      if (errno != EWOULDBLOCK) {
+         return Outcome::Failed;
+      }
+      auto waiter = std::make_shared<Waiter>();
+      waiter->fd = fd_;
+      try {
+         std::thread([waiter] { waiter->lock(); }).detach();
+      } catch (const std::system_error &) {
+         return Outcome::Failed;
+      }
+      std::unique_lock<std::mutex> guard(waiter->mutex);
+      if (!waiter->ended.wait_for(guard, wait, [&] { return waiter->done; })) {
+         waiter->abandoned = true;
+         fd_ = -1;
+         return Outcome::Busy;
+      }
+      return waiter->locked ? Outcome::Held : Outcome::Failed;
+   }
+
+private:
+   struct Waiter {
+      std::mutex mutex;
+      std::condition_variable ended;
+      int fd = -1;
+      bool done = false;
+      bool locked = false;
+      bool abandoned = false;
+
+      void lock() {
+         int result;
+         while ((result = flock(fd, LOCK_EX)) != 0 && errno == EINTR) {
+         }
+         std::lock_guard<std::mutex> guard(mutex);
+         done = true;
+         locked = result == 0;
+         if (abandoned) {
+            ::close(fd);
+         }
+         ended.notify_all();
+      }
+   };
+
+   int fd_ = -1;
+};
+
 constexpr std::string_view kRtcNode = "hardware_chipset_rtc";
 constexpr std::string_view kMemAllocNode = "sched_groups_memAllocationInMB";
 
@@ -139,11 +234,30 @@ private:
    }
 
    // Rewrites one record (created with length bytes when absent or when it
-   // holds an injected status) and reopens the file.
+   // holds an injected status) and reopens the file. Under the writer lock
+   // the file is read afresh, as another process may have replaced it since
+   // this one opened it.
    template <typename Change>
    ZLC_ReturnStatus update(std::string_view node, const Keys &keys, uint32_t length, Change change) {
+      const std::string lockPath = path_ + ".lock";
+      WriterLock lock;
+      switch (lock.acquire(lockPath, gWriterLockWait)) {
+         case WriterLock::Outcome::Held:
+            break;
+         case WriterLock::Outcome::Busy:
+            std::fprintf(stderr,
+                         "zellibs: simulator snapshot %s: another writer has held %s for %lld ms; nothing changed\n",
+                         path_.c_str(), lockPath.c_str(), static_cast<long long>(gWriterLockWait.count()));
+            return ZLC_WRITE_FAILED;
+         case WriterLock::Outcome::Failed:
+            return ZLC_WRITE_FAILED;
+      }
+      ZLC_ReturnStatus s = load(path_);
+      if (s != ZLC_OK) {
+         return s;
+      }
       Snapshot model;
-      ZLC_ReturnStatus s = reader_.toModel(model);
+      s = reader_.toModel(model);
       if (s != ZLC_OK) {
          return s;
       }
@@ -175,6 +289,10 @@ private:
 };
 
 }  // namespace
+
+void setWriterLockWait(std::chrono::milliseconds wait) {
+   gWriterLockWait = wait;
+}
 
 std::unique_ptr<Backend> openSimulatorBackend(const std::string &path, ZLC_ReturnStatus &status) {
    // Writes replace the file itself, not a symbolic link that names it.

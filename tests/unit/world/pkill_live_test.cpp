@@ -1,6 +1,7 @@
 // pkill on a simulated host whose cartels are real child processes of this
-// test: the matching ones receive the signal, the others live on, and IDs
-// that are not processes of ours are never signalled.
+// test. With ZLC_SIMULATOR_SIGNALS=real the matching ones receive the signal,
+// the others live on, and IDs that are not processes of ours are never
+// signalled; without it no local process is signalled at all.
 #include <fcntl.h>
 #include <gtest/gtest.h>
 #include <sys/wait.h>
@@ -38,9 +39,11 @@ protected:
       char pattern[] = "/tmp/pkill-live-XXXXXX";
       ASSERT_NE(mkdtemp(pattern), nullptr);
       dir_ = pattern;
+      setenv("ZLC_SIMULATOR_SIGNALS", "real", 1);
    }
 
    void TearDown() override {
+      unsetenv("ZLC_SIMULATOR_SIGNALS");
       for (pid_t child : children_) {
          kill(child, SIGKILL);
          waitpid(child, nullptr, 0);
@@ -166,6 +169,28 @@ TEST_F(PkillLive, RefusedKillEndsAtOnceWithBothMessages) {
    EXPECT_EQ(run.err, "pkill: failed to kill init (1): Operation not permitted\npkill: " +
                             std::string(ZLC_ReturnStatusToString(ZLC_FAILURE)) + "\n");
    EXPECT_EQ(EndingSignal(later), 0);
+}
+
+// By default the snapshot's IDs are not this machine's: pkill answers as if
+// every signal were delivered and touches no local process.
+TEST_F(PkillLive, SignalsAreSimulatedUnlessAskedForReal) {
+   const pid_t local = StartSleeper();
+   const std::string host = Host({{local, "sshd", "/usr/sbin/sshd"}, {2147483646, "sshd", "y"}});
+   for (const char *mode : {static_cast<const char *>(nullptr), "", "REAL", "simulated"}) {
+      if (mode != nullptr) {
+         setenv("ZLC_SIMULATOR_SIGNALS", mode, 1);
+      } else {
+         unsetenv("ZLC_SIMULATOR_SIGNALS");
+      }
+      const ToolRun run = Pkill(host, {"-KILL", "sshd"});
+      EXPECT_EQ(run.status, 0) << (mode ? mode : "unset");
+      EXPECT_EQ(run.out + run.err, "");
+      EXPECT_EQ(EndingSignal(local), 0) << (mode ? mode : "unset");
+   }
+   setenv("ZLC_SIMULATOR_SIGNALS", "real", 1);
+   const ToolRun run = Pkill(host, {"-f", "sbin/sshd"});
+   EXPECT_EQ(run.status, 0) << run.err;
+   EXPECT_EQ(EndingSignal(local), SIGTERM);
 }
 
 }  // namespace
