@@ -6,22 +6,19 @@ subdirectories each, the files spread evenly, a few symbolic links and empty
 files among them), a simulator snapshot whose root device is the tree's device
 and whose inode stats records are keyed by the tree's inode numbers (files
 spread over two tardisks and three ramdisks), packs it with zifcache, and runs
-both commands a few times with their output sent to /dev/null, reporting the
-best wall time of each and their ratio. The goal: zdu takes at most 1.5 times
-as long as du.
+both commands alternately with their output sent to /dev/null. The goal:
+zdu takes at most 1.5 times as long as du.
 
-Usage: bench_zdu.py [--build DIR] [--files 100000] [--runs 3] [--keep DIR]
+Usage: bench_zdu.py [--build DIR] [--files 100000] [--cache DIR] [--json FILE] [--quick]
 Not part of the test run: it creates the tree and a snapshot of some tens of
-megabytes and takes a minute or so.
+megabytes, which takes a minute or so (keep them with --cache).
 """
 import argparse
-import json
 import os
-import shutil
-import subprocess
 import sys
-import tempfile
-import time
+
+sys.path.insert(0, os.path.join(os.path.dirname(os.path.abspath(__file__)), ".."))
+import benchlib  # noqa: E402
 
 TARDISKS = ["s.v00", "zeltools.t00"]
 RAMDISKS = ["root", "tmp", "var"]
@@ -62,53 +59,41 @@ def build(root, files):
     return records
 
 
-def best_time(argv, env, runs):
-    best = None
-    for _ in range(runs):
-        start = time.perf_counter()
-        with open(os.devnull, "wb") as sink:
-            result = subprocess.run(argv, env=env, stdout=sink, stderr=subprocess.PIPE)
-        elapsed = time.perf_counter() - start
-        if result.returncode != 0 or result.stderr:
-            sys.exit("%s failed (%d): %s" % (" ".join(argv), result.returncode, result.stderr.decode()[:500]))
-        best = elapsed if best is None else min(best, elapsed)
-    return best
+def make_tree_and_snapshot(zifcache, files, directory):
+    """directory/tree with files files, directory/host.zifc describing it."""
+    os.mkdir(directory)
+    root = os.path.join(directory, "tree")
+    os.mkdir(root)
+    records = build(root, files)
+    snapshot = {"zifcache": 1, "simulator": {"rootDevice": os.lstat(root).st_dev},
+                "lists": [{"node": "system_zelorfs_tardisks", "instances": TARDISKS},
+                          {"node": "system_zelorfs_ramdisks", "instances": RAMDISKS}],
+                "records": records}
+    benchlib.pack(zifcache, snapshot, os.path.join(directory, "host.zifc"))
 
 
 def main():
     parser = argparse.ArgumentParser(description=__doc__.splitlines()[0])
-    parser.add_argument("--build", default=os.path.join(os.path.dirname(__file__), "..", "..", "build"))
-    parser.add_argument("--files", type=int, default=100000)
-    parser.add_argument("--runs", type=int, default=3)
-    parser.add_argument("--keep", help="build the tree and snapshot here and leave them")
+    benchlib.common_arguments(parser)
+    parser.add_argument("--files", type=int, help="files in the tree (100,000; 20,000 with --quick)")
     args = parser.parse_args()
+    files = args.files or (20000 if args.quick else 100000)
     tools = os.path.join(args.build, "bin")
-    work = args.keep or tempfile.mkdtemp(prefix="bench-zdu-")
-    os.makedirs(work, exist_ok=True)
-    try:
-        root = os.path.join(work, "tree")
-        os.mkdir(root)
-        print("building %d files ..." % args.files, flush=True)
-        records = build(root, args.files)
-        snapshot = {"zifcache": 1, "simulator": {"rootDevice": os.lstat(root).st_dev},
-                    "lists": [{"node": "system_zelorfs_tardisks", "instances": TARDISKS},
-                              {"node": "system_zelorfs_ramdisks", "instances": RAMDISKS}],
-                    "records": records}
-        source = os.path.join(work, "host.json")
-        packed = os.path.join(work, "host.zifc")
-        with open(source, "w") as f:
-            json.dump(snapshot, f)
-        subprocess.run([os.path.join(tools, "zifcache"), "pack", source, packed], check=True)
-
-        env = dict(os.environ, ZLC_SIMULATOR=packed, LC_ALL="C")
-        du = best_time(["du", "-a", root], env, args.runs)
-        zdu = best_time([os.path.join(tools, "zlcziftools"), "zdu", "-a", root], env, args.runs)
-        print("du -a:  %.3f s" % du)
-        print("zdu -a: %.3f s (%.2f x du; goal at most 1.50 x)" % (zdu, zdu / du))
-        return 0 if zdu <= 1.5 * du else 1
-    finally:
-        if not args.keep:
-            shutil.rmtree(work, ignore_errors=True)
+    zifcache = os.path.join(tools, "zifcache")
+    timing = benchlib.timing_from(args)
+    load = benchlib.load_average()
+    with benchlib.work_directory(args, "bench-zdu-") as work:
+        made = benchlib.cached_file(work, "zdu-tree-%d" % files, [inode_record, build, make_tree_and_snapshot,
+                                                                  zifcache],
+                                    lambda path: make_tree_and_snapshot(zifcache, files, path))
+        root = os.path.join(made, "tree")
+        env = dict(os.environ, ZLC_SIMULATOR=os.path.join(made, "host.zifc"), LC_ALL="C")
+        result = benchlib.compare([os.path.join(tools, "zlcziftools"), "zdu", "-a", root], ["/usr/bin/du", "-a", root],
+                                  timing, env=env, peer_env=env)
+    fig = benchlib.figure("memfs", "zdu -a, %s files" % benchlib.count_text(files), result, "du -a", max_ratio=1.5)
+    benchlib.print_figure(fig)
+    benchlib.write_figures(args.json, "bench_zdu", [fig], load)
+    return 0
 
 
 if __name__ == "__main__":

@@ -1,26 +1,25 @@
 #!/usr/bin/env python3
-"""Times ps on hosts of 1,000, 10,000 and 100,000 worlds.
+"""Times ps on hosts of 10,000 and 100,000 worlds.
 
 Builds one snapshot per size in the JSON form (a realistic mix: kernel worlds,
 several userspaces, cartel trees whose cartels have clone threads, zombie
-children), packs it with zifcache, and runs `ps -J`, `ps -i` and `ps -c` on it,
-each a few times, reporting the best wall time and the peak resident memory
-(from /usr/bin/time when present, else from the resource module).
+children), packs it with zifcache, and times `ps -J`, `ps -i` and `ps -c` on
+the larger host against the same command on the smaller one (so the ratio is
+how the time grows for ten times the worlds), and the peak memory of each on
+the larger host against the snapshot's size. Targets: each at most 0.1 s,
+growing at most 11 times, peak memory at most the snapshot plus 32 MiB.
 
-Usage: bench_ps.py [--build DIR] [--sizes 1000,10000,100000] [--runs 3] [--keep DIR]
-Not part of the test run: it writes snapshots of several hundred megabytes of
-JSON for the largest size and takes a minute or more.
+Usage: bench_ps.py [--build DIR] [--sizes 10000,100000] [--cache DIR] [--json FILE] [--quick]
+Not part of the test run: making the largest host takes a minute or more
+(keep it with --cache).
 """
 import argparse
-import json
 import os
 import random
-import resource
-import shutil
-import subprocess
 import sys
-import tempfile
-import time
+
+sys.path.insert(0, os.path.join(os.path.dirname(os.path.abspath(__file__)), ".."))
+import benchlib  # noqa: E402
 
 COMMANDS = [["ps", "-J"], ["ps", "-i"], ["ps", "-c"]]
 
@@ -86,56 +85,38 @@ def build_host(size, seed=1):
             "lists": lists, "records": records}
 
 
-def measure(argv):
-    """Wall seconds and peak resident kilobytes of one run."""
-    if os.path.exists("/usr/bin/time"):
-        start = time.perf_counter()
-        result = subprocess.run(["/usr/bin/time", "-f", "%M"] + argv, stdout=subprocess.DEVNULL,
-                                stderr=subprocess.PIPE, check=False)
-        elapsed = time.perf_counter() - start
-        peak = int(result.stderr.decode().strip().splitlines()[-1])
-        return elapsed, peak, result.returncode
-    before = resource.getrusage(resource.RUSAGE_CHILDREN).ru_maxrss
-    start = time.perf_counter()
-    result = subprocess.run(argv, stdout=subprocess.DEVNULL, stderr=subprocess.PIPE, check=False)
-    elapsed = time.perf_counter() - start
-    peak = resource.getrusage(resource.RUSAGE_CHILDREN).ru_maxrss
-    # The children's maximum only grows; report it as an upper bound.
-    return elapsed, max(peak, before), result.returncode
+
+
+def host_snapshot(zifcache, directory, size):
+    return benchlib.cached_file(directory, "ps-host-%d.zifc" % size, [info, world_records, build_host, zifcache],
+                                lambda path: benchlib.pack(zifcache, build_host(size), path))
 
 
 def main():
     parser = argparse.ArgumentParser(description=__doc__.splitlines()[0])
-    parser.add_argument("--build", default=os.path.join(os.path.dirname(__file__), "..", "..", "build"))
-    parser.add_argument("--sizes", default="1000,10000,100000")
-    parser.add_argument("--runs", type=int, default=3)
-    parser.add_argument("--keep", help="keep the snapshots in this directory")
+    benchlib.common_arguments(parser)
+    parser.add_argument("--sizes", default="10000,100000", help="the smaller and the larger host")
     args = parser.parse_args()
     zlcziftools = os.path.join(args.build, "bin", "zlcziftools")
     zifcache = os.path.join(args.build, "bin", "zifcache")
-    workdir = args.keep or tempfile.mkdtemp(prefix="bench-ps-")
-    os.makedirs(workdir, exist_ok=True)
-    print("%-8s %-8s %10s %12s" % ("worlds", "command", "best s", "peak KiB"))
-    try:
-        for size in (int(s) for s in args.sizes.split(",")):
-            source = os.path.join(workdir, "host-%d.json" % size)
-            packed = os.path.join(workdir, "host-%d.zifc" % size)
-            if not os.path.exists(packed):
-                with open(source, "w") as f:
-                    json.dump(build_host(size), f)
-                subprocess.run([zifcache, "pack", source, packed], check=True)
-                os.unlink(source)
-            for command in COMMANDS:
-                argv = [zlcziftools, "-c", packed] + command
-                runs = [measure(argv) for _ in range(args.runs)]
-                if any(status != 0 for _, _, status in runs):
-                    print("%s failed" % " ".join(command), file=sys.stderr)
-                    return 1
-                print("%-8d %-8s %10.3f %12d" % (size, " ".join(command), min(r[0] for r in runs),
-                                                  max(r[1] for r in runs)), flush=True)
-    finally:
-        if not args.keep:
-            shutil.rmtree(workdir, ignore_errors=True)
+    small, large = (int(s) for s in args.sizes.split(","))
+    timing = benchlib.timing_from(args)
+    load = benchlib.load_average()
+    figures = []
+    with benchlib.work_directory(args, "bench-ps-") as directory:
+        small_host, large_host = (host_snapshot(zifcache, directory, size) for size in (small, large))
+        for command in COMMANDS:
+            name = " ".join(command)
+            argv = [zlcziftools, "-c", large_host] + command
+            result = benchlib.compare(argv, [zlcziftools, "-c", small_host] + command, timing)
+            figures.append(benchlib.figure("world", "%s, %s worlds" % (name, benchlib.count_text(large)), result,
+                                           "%s, %s worlds" % (name, benchlib.count_text(small)), max_value=0.1, max_ratio=11))
+            figures.append(benchlib.memory_figure("world", "%s, %s worlds: peak memory" % (name, benchlib.count_text(large)),
+                                                  benchlib.peak_memory_kib(argv), "snapshot size",
+                                                  os.path.getsize(large_host), 32))
+            benchlib.print_figure(figures[-2])
+            benchlib.print_figure(figures[-1])
+    benchlib.write_figures(args.json, "bench_ps", figures, load)
     return 0
 
 
