@@ -2,9 +2,6 @@
 // naming the functions of a typical virtual machine once the tables stand.
 #include <benchmark/benchmark.h>
 
-#include <unistd.h>
-#include <cstdio>
-
 #include "pci/pciids.h"
 
 namespace {
@@ -19,33 +16,36 @@ constexpr Ids kFunctions[] = {
 };
 
 void BM_BuildTables(benchmark::State &state) {
+   PciIdTable table;
    for (auto _ : state) {
-      PCIBuildTableFrom(PCI_IDS_DIR);
-      benchmark::DoNotOptimize(nDevID);
+      table.Build(PCI_IDS_DIR);
+      benchmark::DoNotOptimize(table.DeviceCount());
    }
-   state.counters["devices"] = nDevID;
-   state.counters["classes"] = nClass;
+   state.counters["devices"] = table.DeviceCount();
+   state.counters["classes"] = table.ClassCount();
 }
 BENCHMARK(BM_BuildTables)->Unit(benchmark::kMillisecond);
 
 // The first lookup after a build also makes the device index.
 void BM_BuildAndNameSix(benchmark::State &state) {
+   PciIdTable table;
    for (auto _ : state) {
-      PCIBuildTableFrom(PCI_IDS_DIR);
+      table.Build(PCI_IDS_DIR);
       for (const Ids &f : kFunctions) {
-         benchmark::DoNotOptimize(PCINameDevice(f.vendor, f.device, f.subvendor, f.subdevice));
-         benchmark::DoNotOptimize(PCIFindClass(f.classCode));
+         benchmark::DoNotOptimize(table.NameDevice(f.vendor, f.device, f.subvendor, f.subdevice));
+         benchmark::DoNotOptimize(table.FindClass(f.classCode));
       }
    }
 }
 BENCHMARK(BM_BuildAndNameSix)->Unit(benchmark::kMillisecond);
 
 void BM_NameSix(benchmark::State &state) {
-   PCIBuildTableFrom(PCI_IDS_DIR);
+   PciIdTable table;
+   table.Build(PCI_IDS_DIR);
    for (auto _ : state) {
       for (const Ids &f : kFunctions) {
-         benchmark::DoNotOptimize(PCINameDevice(f.vendor, f.device, f.subvendor, f.subdevice));
-         benchmark::DoNotOptimize(PCIFindClass(f.classCode));
+         benchmark::DoNotOptimize(table.NameDevice(f.vendor, f.device, f.subvendor, f.subdevice));
+         benchmark::DoNotOptimize(table.FindClass(f.classCode));
       }
    }
 }
@@ -53,10 +53,11 @@ BENCHMARK(BM_NameSix)->Unit(benchmark::kMicrosecond);
 
 // The same lookups by a scan of the whole table, for comparison.
 void BM_NameSixByScan(benchmark::State &state) {
-   PCIBuildTableFrom(PCI_IDS_DIR);
+   PciIdTable table;
+   table.Build(PCI_IDS_DIR);
    for (auto _ : state) {
       for (const Ids &f : kFunctions) {
-         benchmark::DoNotOptimize(PCIFindDeviceIndexByScan(f.vendor, f.device, f.subvendor, f.subdevice));
+         benchmark::DoNotOptimize(table.FindDeviceIndexByScan(f.vendor, f.device, f.subvendor, f.subdevice));
       }
    }
 }

@@ -19,6 +19,7 @@
 #include <cstdlib>
 #include <cstring>
 #include <new>
+#include <optional>
 #include <span>
 #include <string_view>
 #include <vector>
@@ -219,7 +220,7 @@ struct Function {
    ExtConfigSpace extConfig;
 };
 
-void PrintNameLine(const Function &function, unsigned flags) {
+void PrintNameLine(const Function &function, unsigned flags, const PciIdTable &ids) {
    const ConfigHeader &header = function.header;
    const FunctionAddress &a = function.address;
    const unsigned classCode = header.classCode();
@@ -229,9 +230,9 @@ void PrintNameLine(const Function &function, unsigned flags) {
    if (flags & kNoLookup) {
       std::printf("Class %.4x: %04x:%04x ", classCode, vendor, device);
    } else {
-      const PCIClassNames classNames = PCIFindClass(header.classCode());
+      const PCIClassNames classNames = ids.FindClass(header.classCode());
       const PCIDeviceNames names =
-            PCINameDevice(header.vendorId(), header.deviceId(), header.subVendorId(), header.subDeviceId());
+            ids.NameDevice(header.vendorId(), header.deviceId(), header.subVendorId(), header.subDeviceId());
       if (flags & kVerbose) {
          std::printf("%s %s: ", classNames.className, classNames.subclassName);
       } else {
@@ -315,7 +316,7 @@ bool PrintDetailLine(const Function &function) {
 // The four nested walks. A failure sets the exit status and stops every walk.
 class Listing {
 public:
-   explicit Listing(unsigned flags) : flags_(flags) {}
+   Listing(unsigned flags, const PciIdTable &ids) : flags_(flags), ids_(ids) {}
 
    int Run() {
       sysinfo::ParamListPtr query = sysinfo::MakeQueryList();
@@ -396,7 +397,7 @@ private:
       }
       function_.address = AddressOf(query_);
       if (!(flags_ & kPciInfo)) {
-         PrintNameLine(function_, flags_);
+         PrintNameLine(function_, flags_, ids_);
       } else if (!PrintDetailLine(function_)) {
          return Fail();
       }
@@ -404,6 +405,7 @@ private:
    }
 
    unsigned flags_;
+   const PciIdTable &ids_;
    ZIF_ParamList *query_ = nullptr;
    int exitStatus_ = 0;
    Function function_{};
@@ -413,12 +415,17 @@ private:
 
 int LspciMain(int argc, char **argv) {
    const unsigned flags = ParseOptions(argc, argv);
-   PCIBuildTable();
+   PciIdTable ids;
+   // A fatal error of the ID file list ends lspci before anything is listed.
+   if (const std::optional<PciIdFatalError> fatal = ids.Build(PciHwdataDir())) {
+      std::fputs(fatal->Message().c_str(), stderr);
+      return 1;
+   }
    if (flags & kPciInfo) {
       std::printf("%-12s %-6s %-6s %-19s %-14s %-1s %-12s\n", "Segm:Bu:De.F", "SecBus", "SubBus", "Vend:Dvid Subv:Subd",
                   "ISA/irq/Vect P", "M", "Module");
    }
-   const int status = Listing(flags).Run();
+   const int status = Listing(flags, ids).Run();
    ModNameCache.clear();
    return status;
 }

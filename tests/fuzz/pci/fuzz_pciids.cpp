@@ -9,6 +9,7 @@
 #include <unistd.h>
 
 #include <cstdint>
+#include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <string>
@@ -58,33 +59,40 @@ std::string HwdataDir() {
    return gHwdataDir;
 }
 
-void Check() {
-   // A failed build drops the tables but leaves the drop-in mark as it was.
-   if (nDevID < 0 || nClass < 0 || (nDevID > 0 && lastDropInEntry >= nDevID)) {
+// The build's messages are not looked at.
+std::FILE *Discard() {
+   static std::FILE *sink = std::fopen("/dev/null", "w");
+   return sink;
+}
+
+void Check(const PciIdTable &table) {
+   // A failed build leaves an empty table.
+   const int devices = table.DeviceCount();
+   if (table.LastDropInEntry() >= devices || (devices == 0 && table.LastDropInEntry() != -1)) {
       __builtin_trap();
    }
-   for (int i = 0; i < nDevID && i < kCheckedEntries; ++i) {
-      const PCIDevEntry e = PCIDevTableEntry(i);
+   for (int i = 0; i < devices && i < kCheckedEntries; ++i) {
+      const PCIDevEntry e = table.DeviceEntry(i);
       if (strnlen(e.vendorName, sizeof e.vendorName) == sizeof e.vendorName ||
           strnlen(e.deviceName, sizeof e.deviceName) == sizeof e.deviceName) {
          __builtin_trap();
       }
       for (std::uint16_t sub : {e.subvendor, std::uint16_t{0}}) {
-         if (PCIFindDeviceIndex(e.vendor, e.device, sub, e.subdevice) !=
-             PCIFindDeviceIndexByScan(e.vendor, e.device, sub, e.subdevice)) {
+         if (table.FindDeviceIndex(e.vendor, e.device, sub, e.subdevice) !=
+             table.FindDeviceIndexByScan(e.vendor, e.device, sub, e.subdevice)) {
             __builtin_trap();
          }
       }
-      PCINameDevice(e.vendor, e.device, e.subvendor, e.subdevice);
+      table.NameDevice(e.vendor, e.device, e.subvendor, e.subdevice);
    }
-   for (int i = 0; i < nClass; ++i) {
-      const PCIClassEntry &c = pciClassCodeTable[i];
+   for (int i = 0; i < table.ClassCount(); ++i) {
+      const PCIClassEntry c = table.ClassEntry(i);
       if (strnlen(c.className, sizeof c.className) == sizeof c.className ||
           strnlen(c.subclassName, sizeof c.subclassName) == sizeof c.subclassName ||
           strnlen(c.progIfName, sizeof c.progIfName) == sizeof c.progIfName) {
          __builtin_trap();
       }
-      PCIFindClass(static_cast<std::uint16_t>(c.classCode << 8 | c.subclass));
+      table.FindClass(static_cast<std::uint16_t>(c.classCode << 8 | c.subclass));
    }
 }
 
@@ -95,15 +103,19 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t *data, std::size_t size
    const std::string main = dir + "/pci.ids";
    const std::string dropIn = dir + "/driver.pciids.d/fuzz.ids";
 
+   PciIdTable table;
    unlink(dropIn.c_str());
    WriteFile(main, data, size);
-   PCIBuildTableFrom(dir);
-   Check();
+   if (table.Build(dir, Discard())) {
+      __builtin_trap();  // the file list here is always well-formed
+   }
+   Check(table);
 
    WriteFile(main, kSmallMain, sizeof kSmallMain - 1);
    WriteFile(dropIn, data, size);
-   PCIBuildTableFrom(dir);
-   Check();
-   PCIFreeTables();
+   if (table.Build(dir, Discard())) {
+      __builtin_trap();
+   }
+   Check(table);
    return 0;
 }

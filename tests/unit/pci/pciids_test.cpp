@@ -6,8 +6,11 @@
 #include <gtest/gtest.h>
 #include <stdlib.h>
 
+#include <cstdio>
+#include <cstdlib>
 #include <filesystem>
 #include <fstream>
+#include <optional>
 #include <string>
 #include <utility>
 
@@ -17,14 +20,27 @@ namespace fs = std::filesystem;
 
 using NamePair = std::pair<std::string, std::string>;
 
-NamePair Names(std::uint16_t vendor, std::uint16_t device, std::uint16_t subvendor = 0, std::uint16_t subdevice = 0) {
-   const PCIDeviceNames names = PCINameDevice(vendor, device, subvendor, subdevice);
+NamePair Names(const PciIdTable &table, std::uint16_t vendor, std::uint16_t device, std::uint16_t subvendor = 0,
+               std::uint16_t subdevice = 0) {
+   const PCIDeviceNames names = table.NameDevice(vendor, device, subvendor, subdevice);
    return {names.vendorName, names.deviceName};
 }
 
-NamePair Class(std::uint16_t code) {
-   const PCIClassNames names = PCIFindClass(code);
+NamePair Class(const PciIdTable &table, std::uint16_t code) {
+   const PCIClassNames names = table.FindClass(code);
    return {names.className, names.subclassName};
+}
+
+// Builds table from the ID files of dir; returns the build's messages.
+std::string BuildFrom(PciIdTable &table, const std::string &dir) {
+   char *text = nullptr;
+   std::size_t size = 0;
+   std::FILE *messages = open_memstream(&text, &size);
+   const std::optional<PciIdFatalError> fatal = table.Build(dir, messages);
+   std::fclose(messages);
+   std::string result(text, size);
+   std::free(text);
+   return fatal ? "fatal: " + fatal->Message() : result;
 }
 
 std::string Parse(std::string text, int capacity, unsigned long &id, bool &ok) {
@@ -77,10 +93,7 @@ protected:
       ASSERT_NE(mkdtemp(dir), nullptr);
       dir_ = dir;
    }
-   void TearDown() override {
-      PCIFreeTables();
-      fs::remove_all(dir_);
-   }
+   void TearDown() override { fs::remove_all(dir_); }
 
    void Write(const std::string &path, const std::string &content) {
       const fs::path full = fs::path(dir_) / path;
@@ -89,14 +102,15 @@ protected:
    }
    std::string Path(const std::string &path) const { return dir_ + "/" + path; }
 
-   // Builds the tables; returns what the build wrote to standard error.
-   std::string Build() {
-      testing::internal::CaptureStderr();
-      PCIBuildTableFrom(dir_);
-      return testing::internal::GetCapturedStderr();
+   std::string Build() { return BuildFrom(table_, dir_); }
+   NamePair Names(std::uint16_t vendor, std::uint16_t device, std::uint16_t subvendor = 0,
+                  std::uint16_t subdevice = 0) const {
+      return ::Names(table_, vendor, device, subvendor, subdevice);
    }
+   NamePair Class(std::uint16_t code) const { return ::Class(table_, code); }
 
    std::string dir_;
+   PciIdTable table_;
 };
 
 constexpr char kClasses[] =
@@ -121,8 +135,8 @@ constexpr char kMain[] =
 TEST_F(IdFiles, MainFileNamesVendorsDevicesSubsystemsAndClasses) {
    Write("pci.ids", std::string(kMain) + kClasses);
    EXPECT_EQ(Build(), "");
-   EXPECT_EQ(nDevID, 5);  // one vendor, two devices, two subsystems
-   EXPECT_EQ(nClass, 6);
+   EXPECT_EQ(table_.DeviceCount(), 5);  // one vendor, two devices, two subsystems
+   EXPECT_EQ(table_.ClassCount(), 6);
    EXPECT_EQ(Names(0x8086, 0x1533), NamePair("Intel Corporation", "I210 Gigabit Network Connection"));
    // An exact subsystem entry wins over the device entry; other subsystems get the device.
    EXPECT_EQ(Names(0x8086, 0x1533, 0x8086, 0x0001).second, "I210 Gigabit Network Connection (OEM)");
@@ -138,20 +152,20 @@ TEST_F(IdFiles, MainFileNamesVendorsDevicesSubsystemsAndClasses) {
    EXPECT_EQ(Class(0x0300), NamePair("Unknown class 0300", ""));
 
    // Class entries: each subclass's interfaces, the subclass, then the class alone.
-   const PCIClassEntry &xhci = pciClassCodeTable[3];
+   const PCIClassEntry xhci = table_.ClassEntry(3);
    EXPECT_EQ(xhci.classCode, 0x0c);
    EXPECT_EQ(xhci.subclass, 0x03);
    EXPECT_EQ(xhci.progIf, 0x30);
    EXPECT_STREQ(xhci.progIfName, "XHCI");
-   EXPECT_EQ(pciClassCodeTable[4].progIf, 0xFF);
-   EXPECT_EQ(pciClassCodeTable[5].subclass, 0xFF);
+   EXPECT_EQ(table_.ClassEntry(4).progIf, 0xFF);
+   EXPECT_EQ(table_.ClassEntry(5).subclass, 0xFF);
 }
 
 TEST_F(IdFiles, DropInDeviceNamesWinOverTheMainFilesSubsystems) {
    Write("pci.ids", std::string(kMain) + kClasses);
    Write("default.pciids.d/site.ids", "8086  Our Intel\n\t1572  Site X710\n");
    EXPECT_EQ(Build(), "");
-   EXPECT_EQ(lastDropInEntry, 0);
+   EXPECT_EQ(table_.LastDropInEntry(), 0);
    EXPECT_EQ(Names(0x8086, 0x1572, 0x8086, 0x0002), NamePair("Our Intel", "Site X710"));
    // The main file's vendor entry still names the vendor of unknown devices.
    EXPECT_EQ(Names(0x8086, 0x9999), NamePair("Intel Corporation", "Device 9999"));
@@ -173,11 +187,11 @@ TEST_F(IdFiles, MadeUpDropInNamesLoseToListedOnes) {
    // carries the previous device line's ID.
    Write("driver.pciids.d/partial.ids", "8086  Partial\n\t1533 \n\t10d3  Listed\n\t1572\n");
    EXPECT_EQ(Build(), "");
-   ASSERT_GE(nDevID, 3);
-   const PCIDevEntry madeUp = PCIDevTableEntry(0);
+   ASSERT_GE(table_.DeviceCount(), 3);
+   const PCIDevEntry madeUp = table_.DeviceEntry(0);
    EXPECT_EQ(madeUp.device, 0x1533);
    EXPECT_STREQ(madeUp.deviceName, "Name not available for Partial device");
-   const PCIDevEntry noBlank = PCIDevTableEntry(2);
+   const PCIDevEntry noBlank = table_.DeviceEntry(2);
    EXPECT_EQ(noBlank.device, 0x10d3);
    EXPECT_STREQ(noBlank.deviceName, "Name not available for Partial device");
    EXPECT_EQ(Names(0x8086, 0x1533), NamePair("Intel Corporation", "I210 Gigabit Network Connection"));
@@ -200,8 +214,8 @@ TEST_F(IdFiles, AMadeUpNameWithoutAnyVendorFailsTheBuild) {
                             ": can't synthesize device name for line 2\n"
                             "PCIBuildTable: parsing problem: devices 0 nDevID 6\n"
                             "failed to build PCI tables\n");
-   EXPECT_EQ(nDevID, 0);
-   EXPECT_EQ(nClass, 0);
+   EXPECT_EQ(table_.DeviceCount(), 0);
+   EXPECT_EQ(table_.ClassCount(), 0);
    // Every lookup is numeric afterwards.
    EXPECT_EQ(Names(0x8086, 0x1533), NamePair("Vendor 8086", "Device 1533"));
    EXPECT_EQ(Class(0x0200), NamePair("Unknown class 0200", ""));
@@ -214,7 +228,7 @@ TEST_F(IdFiles, OnlyFilesEndingInLowerCaseIdsAreRead) {
    Write("oem.pciids.d/ids", "8086  Short\n\t1533  Short\n");
    Write("oem.pciids.d/.hidden.ids", "8086  Hidden\n\t1572  Hidden X710\n");
    EXPECT_EQ(Build(), "");
-   EXPECT_EQ(lastDropInEntry, 0);
+   EXPECT_EQ(table_.LastDropInEntry(), 0);
    EXPECT_EQ(Names(0x8086, 0x1533).second, "I210 Gigabit Network Connection");
    EXPECT_EQ(Names(0x8086, 0x1572).second, "Hidden X710");
 }
@@ -228,26 +242,46 @@ TEST_F(IdFiles, NoFilesAtAllGiveBothMessagesAndNumericNames) {
    EXPECT_EQ(Class(0x0106), NamePair("Unknown class 0106", ""));
 }
 
-TEST_F(IdFiles, OverLongLinesAreCutAndReportedEachTimeTheyAreRead) {
-   const std::string longName(300, 'n');
-   Write("pci.ids", "8086  Intel\n\t1533  " + longName + "\n#" + longName + "\n" + kClasses);
-   // The counting pass and the filling pass each read the line once.
+TEST_F(IdFiles, LinesReadAsALineBufferHoldsThem) {
+   // 254 characters and the newline fit; 255 do not, and are reported each
+   // time they are read (counting and filling) unless they are comments. A
+   // NUL ends what the parser sees (here: an ID and no name); a subvendor ID
+   // past its four columns cuts the subdevice's text; the last line may lack
+   // its newline.
+   const std::string fits = "\t1237  " + std::string(247, 'a') + "\n";
+   const std::string tooLong = "\t7000  " + std::string(248, 'b') + "\n";
+   Write("pci.ids", "8086  Intel\n" + fits + tooLong + "#" + std::string(300, 'c') + "\n" +
+                          std::string("\t1000 \0Hidden\n", 14) +
+                          "\t\t1234 56789  Wide subdevice\nffff\nC 02  Network\n\t00  Ethernet\n\t\t01  Last");
    const std::string message =
-         "ListGets: " + Path("pci.ids") + ": line 2 is more than 256 bytes long; ignoring the rest\n";
+         "ListGets: " + Path("pci.ids") + ": line 3 is more than 256 bytes long; ignoring the rest\n";
    EXPECT_EQ(Build(), message + message);
-   // 255 characters kept: a tab, the ID, two blanks and 248 of the name; its
-   // entry holds the first 127.
-   EXPECT_EQ(Names(0x8086, 0x1533).second, std::string(127, 'n'));
-   EXPECT_EQ(nDevID, 2);
+   EXPECT_EQ(Names(0x8086, 0x7000).second, std::string(127, 'b'));
+   EXPECT_EQ(Names(0x8086, 0x1000), NamePair("Intel", "Name not available for Intel device"));
+   EXPECT_EQ(Names(0x8086, 0x1000, 0x1234, 0x6789).second, "Wide subdevice");
+   EXPECT_EQ(table_.ClassEntry(0).progIfName, std::string("Last"));
+
+   Write("pci.ids", "8086  Intel\n\t1237  Host\n\t\t12345 0001  Subvendor too wide\n" + std::string(kClasses));
+   EXPECT_EQ(Build(), "PCIBuildTable: " + Path("pci.ids") + ": line 3 improperly formatted(4)\n" +
+                            "PCIBuildTable: parsing problem: devices 2 nDevID 3\nfailed to build PCI tables\n");
 }
 
-TEST_F(IdFiles, ACarriageReturnLineInTheVendorSectionFailsTheBuild) {
-   Write("pci.ids", "8086  Intel\n\t1533  I210\n\r\n10de  NVIDIA\n" + std::string(kClasses));
-   EXPECT_EQ(Build(), "PCIBuildTable: " + Path("pci.ids") +
-                            ": line 3 improperly formatted(1)\n"
-                            "PCIBuildTable: parsing problem: devices 2 nDevID 3\n"
-                            "failed to build PCI tables\n");
+TEST_F(IdFiles, MessagesKeepTheOrderOfCountingThenFilling) {
+   // The over-long line is reported once, by the counting: the filling never
+   // reads it, having failed at line 3.
+   Write("pci.ids", "8086  Intel\n\t1533  I210\n\r\n10de  NVIDIA\n\t1234  " + std::string(300, 'n') +
+                          "\nffff\nC 02  Network\n\t00  Ethernet\n");
+   EXPECT_EQ(Build(), "ListGets: " + Path("pci.ids") + ": line 5 is more than 256 bytes long; ignoring the rest\n" +
+                            "PCIBuildTable: " + Path("pci.ids") + ": line 3 improperly formatted(1)\n" +
+                            "PCIBuildTable: parsing problem: devices 2 nDevID 4\nfailed to build PCI tables\n");
    EXPECT_EQ(Names(0x8086, 0x1533), NamePair("Vendor 8086", "Device 1533"));
+   // A line that ends the device section early without losing a counted
+   // entry: the class section then starts with the next line, the marker.
+   Write("pci.ids", "8086  Intel\n\t1533  I210\nxyz\nffff\nC 02  Network\n\t00  Ethernet\n");
+   EXPECT_EQ(Build(), "PCIBuildTable: " + Path("pci.ids") + ": line 3 improperly formatted(1)\n" +
+                            "PCIBuildTable: " + Path("pci.ids") + ": line 4 improperly formatted(8)\n");
+   EXPECT_EQ(Names(0x8086, 0x1533), NamePair("Intel", "I210"));
+   EXPECT_EQ(Class(0x0200), NamePair("Network", "Ethernet"));
 }
 
 TEST_F(IdFiles, ClassLinesBeforeTheMarkerAreVendorLines) {
@@ -276,27 +310,28 @@ TEST_F(IdFiles, ASubsystemLineWithoutAnyVendor) {
              "failed to build PCI tables\n");
 }
 
-TEST_F(IdFiles, ALongHwdataPathEndsTheProcess) {
+TEST_F(IdFiles, AFatalErrorOfTheFileListIsReturnedWithAnEmptyTable) {
+   Write("pci.ids", std::string(kMain) + kClasses);
+   ASSERT_EQ(Build(), "");
    const std::string deep = dir_ + "/" + std::string(250, 'd');
-   EXPECT_EXIT(PCIBuildTableFrom(deep), testing::ExitedWithCode(1), "^AddFileToList: found corrupted file name\n$");
+   EXPECT_EQ(BuildFrom(table_, deep), "fatal: AddFileToList: found corrupted file name\n");
+   EXPECT_EQ(table_.DeviceCount(), 0);
+   EXPECT_EQ(Names(0x8086, 0x1533), NamePair("Vendor 8086", "Device 1533"));
 }
 
 // The real pci.ids, as kept with the tests.
 class RealIds : public testing::Test {
 protected:
-   static void SetUpTestSuite() {
-      testing::internal::CaptureStderr();
-      PCIBuildTableFrom(fs::path(ZIF_TESTS_DIR) / "pci" / "data");
-      messages_ = testing::internal::GetCapturedStderr();
-   }
-   static void TearDownTestSuite() { PCIFreeTables(); }
+   static void SetUpTestSuite() { messages_ = BuildFrom(table_, fs::path(ZIF_TESTS_DIR) / "pci" / "data"); }
    static std::string messages_;
+   static PciIdTable table_;
 };
 std::string RealIds::messages_;
+PciIdTable RealIds::table_;
 
 TEST_F(RealIds, BuildsWithoutMessagesAndNamesAVirtualMachinesFunctions) {
    EXPECT_EQ(messages_, "");
-   EXPECT_GT(nDevID, 30000);
+   EXPECT_GT(table_.DeviceCount(), 30000);
    struct Case {
       std::uint16_t vendor, device, subvendor, subdevice, classCode;
       const char *vendorName, *deviceName, *className;
@@ -313,19 +348,20 @@ TEST_F(RealIds, BuildsWithoutMessagesAndNamesAVirtualMachinesFunctions) {
           "Ethernet controller"},
    };
    for (const Case &c : cases) {
-      EXPECT_EQ(Names(c.vendor, c.device, c.subvendor, c.subdevice), NamePair(c.vendorName, c.deviceName));
-      EXPECT_STREQ(PCIFindClass(c.classCode).subclassName, c.className);
+      EXPECT_EQ(Names(table_, c.vendor, c.device, c.subvendor, c.subdevice), NamePair(c.vendorName, c.deviceName));
+      EXPECT_STREQ(table_.FindClass(c.classCode).subclassName, c.className);
    }
 }
 
 TEST_F(RealIds, TheIndexAgreesWithAScanOfTheWholeTable) {
    // A sample of the entries: each one's own IDs, and the same device with
    // other subsystems. (The fuzz target compares the two on every input.)
-   for (int i = 0; i < nDevID; i += 41) {
-      const PCIDevEntry e = PCIDevTableEntry(i);
+   for (int i = 0; i < table_.DeviceCount(); i += 401) {
+      const PCIDevEntry e = table_.DeviceEntry(i);
       for (const auto &[sv, sd] : {std::pair{e.subvendor, e.subdevice}, std::pair<std::uint16_t, std::uint16_t>{0, 0},
                                    std::pair<std::uint16_t, std::uint16_t>{0x1234, 0x5678}}) {
-         ASSERT_EQ(PCIFindDeviceIndex(e.vendor, e.device, sv, sd), PCIFindDeviceIndexByScan(e.vendor, e.device, sv, sd))
+         ASSERT_EQ(table_.FindDeviceIndex(e.vendor, e.device, sv, sd),
+                   table_.FindDeviceIndexByScan(e.vendor, e.device, sv, sd))
                << std::hex << e.vendor << ":" << e.device << " " << sv << ":" << sd;
       }
    }
