@@ -426,6 +426,14 @@ ClassLine ClassifyClassLine(const IdLine &line) {
    return ClassLine::ProgIf;
 }
 
+// What the device section carries from one line to the next, and from one
+// file to the next.
+struct DeviceState {
+   std::uint16_t vendor = 0;
+   std::uint16_t device = 0;
+   NameRef vendorName;  // empty before the first vendor line and while one is parsed
+};
+
 // A device table entry as its line makes it, its names where they stand.
 struct DevEntry {
    std::uint16_t vendor = 0;
@@ -442,6 +450,11 @@ struct DevEntry {
       return madeUpName || (deviceName.length >= kNameNotAvailableLength &&
                             std::memcmp(deviceName.text, kNameNotAvailable, kNameNotAvailableLength) == 0);
    }
+
+   // Sets every field in place: building the entry aside and copying it
+   // whole stalls the processor on every line.
+   void Set(const DeviceState &state, std::uint16_t deviceId, std::uint16_t subvendorId, std::uint16_t subdeviceId,
+            NameRef name, bool madeUp);
 
    PCIDevEntry Expand() const {
       PCIDevEntry entry{};
@@ -460,13 +473,16 @@ struct DevEntry {
    }
 };
 
-// What the device section carries from one line to the next, and from one
-// file to the next.
-struct DeviceState {
-   std::uint16_t vendor = 0;
-   std::uint16_t device = 0;
-   NameRef vendorName;  // empty before the first vendor line and while one is parsed
-};
+void DevEntry::Set(const DeviceState &state, std::uint16_t deviceId, std::uint16_t subvendorId,
+                   std::uint16_t subdeviceId, NameRef name, bool madeUp) {
+   vendor = state.vendor;
+   device = deviceId;
+   subvendor = subvendorId;
+   subdevice = subdeviceId;
+   vendorName = state.vendorName;
+   deviceName = name;
+   madeUpName = madeUp;
+}
 
 // Where the device section's line messages go; none when lines are read again.
 class LineReporter {
@@ -512,7 +528,7 @@ LineOutcome DeviceSectionLine(const IdLine &line, bool mainFile, DeviceState &st
          if (!mainFile) {
             return LineOutcome::NoEntry;
          }
-         entry = {state.vendor, kAnyDevicePart, kAnyDevicePart, kAnyDevicePart, state.vendorName, {}, false};
+         entry.Set(state, kAnyDevicePart, kAnyDevicePart, kAnyDevicePart, {}, false);
          return LineOutcome::Entry;
       }
       case DeviceLine::Device: {
@@ -521,14 +537,14 @@ LineOutcome DeviceSectionLine(const IdLine &line, bool mainFile, DeviceState &st
             state.device = static_cast<std::uint16_t>(id);
          }
          if (parsed) {
-            entry = {state.vendor, state.device, 0, 0, state.vendorName, NameRef::Of(name, kDeviceNameSize), false};
+            entry.Set(state, state.device, 0, 0, NameRef::Of(name, kDeviceNameSize), false);
             return LineOutcome::Entry;
          }
          if (state.vendorName.Empty()) {
             report("%s: %s: can't synthesize device name for line %d\n");
             return LineOutcome::EndOfSection;
          }
-         entry = {state.vendor, state.device, 0, 0, state.vendorName, {}, true};
+         entry.Set(state, state.device, 0, 0, {}, true);
          return LineOutcome::Entry;
       }
       case DeviceLine::Subsystem: {
@@ -554,7 +570,7 @@ LineOutcome DeviceSectionLine(const IdLine &line, bool mainFile, DeviceState &st
             }
             return LineOutcome::EndOfSection;
          }
-         entry = {state.vendor, state.device, sv, sd, state.vendorName, NameRef::Of(name, kDeviceNameSize), false};
+         entry.Set(state, state.device, sv, sd, NameRef::Of(name, kDeviceNameSize), false);
          return LineOutcome::Entry;
       }
    }
