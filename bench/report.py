@@ -6,7 +6,10 @@ and the JSON output of the Google Benchmark programs, and writes NAME.json
 (machine, date, commit, load, every figure with its peer and ratio) and NAME.md
 (the same as a table) into the output directory.
 
-Usage: report.py --out DIR [--name LATEST] [--mode full] FILE.json ...
+With --readme, also replaces the part of that file between the lines
+README_BEGIN and README_END with the figures that have targets.
+
+Usage: report.py --out DIR [--name LATEST] [--mode full] [--readme README.md] FILE.json ...
 """
 import argparse
 import datetime
@@ -18,6 +21,9 @@ import sys
 
 sys.path.insert(0, os.path.dirname(os.path.abspath(__file__)))
 import benchlib  # noqa: E402
+
+README_BEGIN = "<!-- benchmark table: written by scripts/bench.sh -->"
+README_END = "<!-- end of benchmark table -->"
 
 # Google Benchmark figures timed against another benchmark of the same program,
 # with the largest ratio allowed (None: shown, not judged).
@@ -90,8 +96,11 @@ def show(value, unit):
 def target_text(fig):
     parts = []
     for target in fig["targets"]:
-        if target["what"] == "ours":
-            parts.append("<= %s" % show(target["max"], fig["unit"]))
+        if target["what"] == "ours" and fig["unit"] == "s":
+            limit = target["max"]
+            parts.append("<= %g ms" % (limit * 1e3) if limit < 1 else "<= %g s" % limit)
+        elif target["what"] == "ours":
+            parts.append("<= %g %s" % (target["max"], fig["unit"]))
         elif target["what"] == "ratio":
             parts.append("ratio <= %g" % target["max"])
         else:
@@ -105,35 +114,62 @@ def verdict(fig):
     return "met" if all(t["met"] for t in fig["targets"]) else "**missed**"
 
 
-def markdown(report):
+def header(report):
     m = report["machine"]
-    loads = [pair[0] for script in report["loads"] for pair in script["load"]]
+    low, high = load_range(report)
     lines = [
         "# Benchmark results",
         "",
         "%s, commit %s, %s run of `scripts/bench.sh`." % (report["date"], report["commit"], report["mode"]),
         "Machine: %s, %d cores, %.1f GiB, Linux %s." % (m["cpu"], m["cores"], m["memory_gib"], m["kernel"]),
         "Load average (1 min) while the benchmarks ran: %.1f to %.1f on %d cores%s." % (
-            min(loads), max(loads), m["cores"],
-            "; other work was running, so wall times are inflated" if max(loads) > m["cores"] / 2 else ""),
+            low, high, m["cores"], "; other work was running, so wall times are inflated" if high > m["cores"] / 2 else ""),
         "",
         "Times are medians of processor time (user + system) per run, which other work on the machine disturbs",
         "less than wall time; wall-clock medians are in the JSON beside this file. A whole-command figure's ratio",
         "is the median of ratios of paired runs, ours and the peer run alternately.",
         "",
-        "| Figure | Ours | Peer | Peer's | Ratio | Target | |",
-        "|---|---|---|---|---|---|---|",
     ]
-    for group in GROUP_ORDER + sorted({f["group"] for f in report["figures"]} - set(GROUP_ORDER)):
-        figures = [f for f in report["figures"] if f["group"] == group]
-        if figures:
+    return lines
+
+
+def table(figures, with_groups=True):
+    lines = ["| Figure | Ours | Peer | Peer's | Ratio | Target | |", "|---|---|---|---|---|---|---|"]
+    for group in GROUP_ORDER + sorted({f["group"] for f in figures} - set(GROUP_ORDER)):
+        in_group = [f for f in figures if f["group"] == group]
+        if in_group and with_groups:
             lines.append("| **%s** | | | | | | |" % GROUP_TITLES.get(group, group))
-        for fig in figures:
+        for fig in in_group:
             ratio = "" if fig.get("ratio") is None else ("%.2f" if fig["ratio"] >= 0.1 else "%.2g") % fig["ratio"]
             lines.append("| %s | %s | %s | %s | %s | %s | %s |" % (
                 fig["name"], show(fig["ours"], fig["unit"]), fig.get("peer_name") or "",
                 show(fig.get("peer"), fig["unit"]), ratio, target_text(fig), verdict(fig)))
-    return "\n".join(lines) + "\n"
+    return lines
+
+
+def markdown(report):
+    return "\n".join(header(report) + table(report["figures"])) + "\n"
+
+
+def update_readme(path, report):
+    """The figures with targets, between the markers of the README."""
+    with open(path) as f:
+        text = f.read()
+    begin, end = text.find(README_BEGIN), text.find(README_END)
+    if begin < 0 or end < begin:
+        sys.exit("%s: no benchmark table markers" % path)
+    judged = [f for f in report["figures"] if f["targets"]]
+    block = [README_BEGIN, "", "%s run of %s, commit %s, load average %.0f to %.0f on %d cores." % (
+        report["mode"].capitalize(), report["date"][:10], report["commit"], *load_range(report),
+        report["machine"]["cores"]), ""]
+    block += table(judged, with_groups=False) + [""]
+    with open(path, "w") as f:
+        f.write(text[:begin] + "\n".join(block) + "\n" + text[end:])
+
+
+def load_range(report):
+    loads = [pair[0] for script in report["loads"] for pair in script["load"]]
+    return min(loads), max(loads)
 
 
 def main():
@@ -141,6 +177,7 @@ def main():
     parser.add_argument("--out", required=True)
     parser.add_argument("--name", default="LATEST")
     parser.add_argument("--mode", default="full")
+    parser.add_argument("--readme", help="the README whose benchmark table to replace")
     parser.add_argument("files", nargs="+")
     args = parser.parse_args()
     figures, loads = [], []
@@ -148,7 +185,9 @@ def main():
         with open(path) as f:
             document = json.load(f)
         if "benchmarks" in document:
-            more, _ = google_benchmark_figures(path, document)
+            more, context = google_benchmark_figures(path, document)
+            if "load_avg" in context:
+                loads.append({"script": os.path.basename(path), "load": [context["load_avg"]] * 2})
         else:
             more = document["figures"]
             loads.append({"script": document["script"], "load": document["load"]})
@@ -161,6 +200,8 @@ def main():
         f.write("\n")
     with open(os.path.join(args.out, args.name + ".md"), "w") as f:
         f.write(markdown(report))
+    if args.readme:
+        update_readme(args.readme, report)
     return 0
 
 

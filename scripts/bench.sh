@@ -1,7 +1,8 @@
 #!/usr/bin/env bash
 # Runs every benchmark and writes one table of results: bench/results/LATEST.md
 # and LATEST.json (machine, date, commit, load, each figure with its peer and
-# their ratio). Builds the bench preset first (build-bench/) and keeps the
+# their ratio), and the figures with targets into README.md's performance
+# section. Builds the bench preset first (build-bench/) and keeps the
 # generated benchmark hosts in build-bench/bench-data between runs.
 #
 #   scripts/bench.sh [--quick] [--no-build] [--out DIR] [--name NAME]
@@ -43,10 +44,11 @@ echo "load average: $(cut -d' ' -f1-3 /proc/loadavg) on $(nproc) cores"
 # The Google Benchmark programs of the bench preset.
 min_time=()
 [ "$mode" = quick ] && min_time=(--benchmark_min_time=0.1)
+results=()
 for program in "$bin"/bin/*_bench; do
    echo "== $(basename "$program")"
-   "$program" "${min_time[@]}" --benchmark_out="$scratch/$(basename "$program").gbench.json" \
-      --benchmark_out_format=json
+   results+=("$scratch/$(basename "$program").json")
+   "$program" "${min_time[@]}" --benchmark_out="${results[-1]}" --benchmark_out_format=json
 done
 
 # The whole-command scripts; each writes its figures for the report.
@@ -54,8 +56,12 @@ common=(--build "$bin" --cache "$bin/bench-data" "${quick[@]}")
 for script in world/bench_ps.py world/bench_cartels.py pci/bench_lspci.py hostinfo/bench_uptime.py \
    memfs/bench_zdu.py capture/bench_capture.py; do
    echo "== $script"
-   python3 "bench/$script" "${common[@]}" --json "$scratch/$(basename "$script" .py).json"
+   results+=("$scratch/$(basename "$script" .py).json")
+   python3 "bench/$script" "${common[@]}" --json "${results[-1]}"
 done
 
-python3 bench/report.py --out "$out" --name "$name" --mode "$mode" "$scratch"/*.json
+# The README shows the latest results of the tree's own table.
+readme=()
+[ "$out" = "$root/bench/results" ] && [ "$name" = LATEST ] && readme=(--readme "$root/README.md")
+python3 bench/report.py --out "$out" --name "$name" --mode "$mode" "${readme[@]}" "${results[@]}"
 echo "wrote $out/$name.md and $out/$name.json"
