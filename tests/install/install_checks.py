@@ -47,12 +47,12 @@ def skip_note(message):
     print("SKIP:", message)
 
 
-def run(argv, env=None, cwd=None, stdin=subprocess.DEVNULL):
+def run(argv, env=None, cwd=None, stdin=subprocess.DEVNULL, timeout=60):
     full_env = dict(os.environ)
     full_env.pop("ZLC_SIMULATOR", None)
     full_env.update(env or {})
     return subprocess.run(argv, env=full_env, cwd=cwd, stdin=stdin, stdout=subprocess.PIPE,
-                          stderr=subprocess.PIPE, timeout=60)
+                          stderr=subprocess.PIPE, timeout=timeout)
 
 
 def text(proc):
@@ -373,7 +373,8 @@ def check_package(tree):
             print(f"{tool} is not installed")
             sys.exit(SKIP)
     out = os.path.join(tree.tmp, "package")
-    proc = run(["cpack", "--config", os.path.join(tree.build, "CPackConfig.cmake"), "-G", "DEB", "-B", out])
+    proc = run(["cpack", "--config", os.path.join(tree.build, "CPackConfig.cmake"), "-G", "DEB", "-B", out],
+               timeout=600)  # a sanitizer build's package takes minutes on a busy machine
     debs = [f for f in os.listdir(out) if f.endswith(".deb")] if os.path.isdir(out) else []
     if proc.returncode != 0 or len(debs) != 1:
         fail(f"cpack -G DEB failed:\n{text(proc)}")
