@@ -33,9 +33,9 @@ BENCHMARK_PEERS = {
 }
 GROUPS = {"snapshot_bench": "snapshot", "pciids_bench": "pci"}
 # The order of the table's sections.
-GROUP_ORDER = ["world", "pci", "hostinfo", "snapshot", "memfs", "capture"]
+GROUP_ORDER = ["world", "pci", "hostinfo", "snapshot", "zifcache", "memfs", "capture"]
 GROUP_TITLES = {"world": "Worlds and cartels", "pci": "PCI", "hostinfo": "Host information",
-                "snapshot": "Snapshot file", "memfs": "In-memory file system", "capture": "Capture"}
+                "snapshot": "Snapshot file", "zifcache": "Comparing snapshots", "memfs": "In-memory file system", "capture": "Capture"}
 
 
 def google_benchmark_figures(path, document):

@@ -54,7 +54,7 @@ done
 # The whole-command scripts; each writes its figures for the report.
 common=(--build "$bin" --cache "$bin/bench-data" "${quick[@]}")
 for script in world/bench_ps.py world/bench_cartels.py pci/bench_lspci.py hostinfo/bench_uptime.py \
-   memfs/bench_zdu.py capture/bench_capture.py; do
+   memfs/bench_zdu.py capture/bench_capture.py zifcache/bench_diff.py; do
    echo "== $script"
    results+=("$scratch/$(basename "$script" .py).json")
    python3 "bench/$script" "${common[@]}" --json "${results[-1]}"

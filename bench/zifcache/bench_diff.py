@@ -1,24 +1,25 @@
 #!/usr/bin/env python3
 """Times `zifcache diff` on two snapshots of a host of 100,000 worlds.
 
-Builds the earlier snapshot in the JSON form (per world its name, info and
-three scheduler records; a command line per cartel), then the later one with
-1% of the records changed in one field and a few worlds started and ended,
-packs both with zifcache, and runs `zifcache diff` (text and --json) on the
-pair a few times, reporting the best wall time and the report's size.
+The earlier host has per world its name, info and three scheduler records and
+a command line per cartel; the later one has 1% of the records changed in one
+field and a few worlds started and ended. Both are packed with zifcache and
+`zifcache diff` (text, and --json) is timed against the way the pair was
+compared before it existed: diff(1) of the two `zifcache dump` texts (the
+dumps are made once, outside the timing). Target: under 1 s.
 
-Usage: bench_diff.py [--build DIR] [--worlds 100000] [--changed 0.01] [--runs 3] [--keep DIR]
-Not part of the test run: it writes about 100 MB of JSON and takes a minute.
+Usage: bench_diff.py [--build DIR] [--worlds 100000] [--changed 0.01] [--cache DIR] [--json FILE] [--quick]
+Not part of the test run: making the hosts takes a minute (keep them with --cache).
 """
 import argparse
 import json
 import os
 import random
-import shutil
 import subprocess
 import sys
-import tempfile
-import time
+
+sys.path.insert(0, os.path.join(os.path.dirname(os.path.abspath(__file__)), ".."))
+import benchlib  # noqa: E402
 
 
 def world_records(wid, rng):
@@ -68,49 +69,47 @@ def build_pair(worlds, changed, seed=1):
     return before, after
 
 
-def best_time(argv, runs):
-    best, size = None, 0
-    for _ in range(runs):
-        start = time.perf_counter()
-        result = subprocess.run(argv, stdout=subprocess.PIPE, stderr=subprocess.PIPE)
-        elapsed = time.perf_counter() - start
-        if result.returncode not in (0, 1):
-            sys.exit("%s failed: %s" % (" ".join(argv), result.stderr.decode()))
-        size = len(result.stdout)
-        best = elapsed if best is None else min(best, elapsed)
-    return best, size
+def host_pair(zifcache, directory, worlds, changed):
+    """The two snapshots and their dumps, made once per content."""
+    inputs = [world_records, build_pair, zifcache]
+    tag = "%s-%g" % (benchlib.count_text(worlds), changed)
+    pair = benchlib.cached_file(directory, "diff-pair-%s.d" % tag, inputs,
+                                lambda path: make_pair(zifcache, path, worlds, changed))
+    return [os.path.join(pair, name) for name in ("before.zifc", "after.zifc", "before.json", "after.json")]
+
+
+def make_pair(zifcache, path, worlds, changed):
+    os.makedirs(path)
+    for name, document in zip(("before", "after"), build_pair(worlds, changed)):
+        snapshot = os.path.join(path, name + ".zifc")
+        benchlib.pack(zifcache, document, snapshot)
+        with open(os.path.join(path, name + ".json"), "w") as dump:
+            subprocess.run([zifcache, "dump", snapshot], stdout=dump, check=True)
 
 
 def main():
     parser = argparse.ArgumentParser(description=__doc__.splitlines()[0])
-    parser.add_argument("--build", default="build", help="build directory holding bin/zifcache")
+    benchlib.common_arguments(parser, runs=(3, 11, 10.0))
     parser.add_argument("--worlds", type=int, default=100000)
     parser.add_argument("--changed", type=float, default=0.01, help="share of records changed")
-    parser.add_argument("--runs", type=int, default=3)
-    parser.add_argument("--keep", help="write the snapshots here and keep them")
     args = parser.parse_args()
     zifcache = os.path.join(args.build, "bin", "zifcache")
-    work = args.keep or tempfile.mkdtemp(prefix="bench-diff-")
-    os.makedirs(work, exist_ok=True)
-    try:
-        paths = []
-        for name, doc in zip(("before", "after"), build_pair(args.worlds, args.changed)):
-            source, snapshot = os.path.join(work, name + ".json"), os.path.join(work, name + ".zifc")
-            with open(source, "w", encoding="utf-8") as f:
-                json.dump(doc, f)
-            subprocess.run([zifcache, "pack", source, snapshot], check=True)
-            os.unlink(source)
-            paths.append(snapshot)
-        sizes = [os.path.getsize(p) for p in paths]
-        print("%d worlds, %.0f%% of records changed; snapshots of %.1f and %.1f MB" %
-              (args.worlds, args.changed * 100, sizes[0] / 1e6, sizes[1] / 1e6))
-        for label, extra in (("diff", []), ("diff --json", ["--json"])):
-            seconds, size = best_time([zifcache, "diff"] + extra + paths, args.runs)
-            print("%-12s %7.3f s  (report of %.1f kB, best of %d)" % (label, seconds, size / 1e3, args.runs))
-    finally:
-        if not args.keep:
-            shutil.rmtree(work, ignore_errors=True)
+    timing = benchlib.timing_from(args)
+    load = benchlib.load_average()
+    figures = []
+    size = benchlib.count_text(args.worlds)
+    with benchlib.work_directory(args, "bench-diff-") as directory:
+        before, after, before_dump, after_dump = host_pair(zifcache, directory, args.worlds, args.changed)
+        peer = ["/usr/bin/diff", before_dump, after_dump]
+        for label, extra in (("zifcache diff", []), ("zifcache diff --json", ["--json"])):
+            result = benchlib.compare([zifcache, "diff"] + extra + [before, after], peer, timing,
+                                      status=1, peer_status=1)
+            figures.append(benchlib.figure("zifcache", "%s, %s worlds, %g%% changed" % (label, size, args.changed * 100),
+                                           result, "diff(1) of the two dumps", max_value=1.0))
+            benchlib.print_figure(figures[-1])
+    benchlib.write_figures(args.json, "bench_diff", figures, load)
+    return 0
 
 
 if __name__ == "__main__":
-    main()
+    sys.exit(main())
