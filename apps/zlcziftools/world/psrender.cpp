@@ -103,19 +103,19 @@ std::string_view StateName(const CpuSched_StateElement *table, std::uint32_t cou
 }
 
 bool IsKernelWorld(const WorldEntry &entry) {
-   return !entry.zombie && entry.info.cartelId() == 0;
+   return !entry.zombie && entry.info.cartelId == 0;
 }
 
 // The cells, in column order.
 
 bool WidCell(std::string &line, const WorldEntry &entry, const CellContext &) {
-   AppendNumber(line, static_cast<std::int32_t>(entry.info.worldId()));
+   AppendNumber(line, static_cast<std::int32_t>(entry.info.worldId));
    return true;
 }
 
 bool CidCell(std::string &line, const WorldEntry &entry, const CellContext &context) {
-   AppendNumber(line, static_cast<std::int32_t>(entry.info.cartelId()));
-   if (entry.info.cartelId() == 0) {
+   AppendNumber(line, static_cast<std::int32_t>(entry.info.cartelId));
+   if (entry.info.cartelId == 0) {
       AppendBlanks(line, context.idWidth - 1);
    }
    return true;
@@ -137,7 +137,7 @@ bool NThreadsCell(std::string &line, const WorldEntry &entry, const CellContext 
 }
 
 bool GidCell(std::string &line, const WorldEntry &entry, const CellContext &) {
-   AppendNumber(line, static_cast<std::int32_t>(entry.info.groupId()));
+   AppendNumber(line, static_cast<std::int32_t>(entry.info.groupId));
    return true;
 }
 
@@ -152,7 +152,7 @@ bool PgidCell(std::string &line, const WorldEntry &entry, const CellContext &con
    if (IsKernelWorld(entry)) {
       return KernelZero(line, context);
    }
-   AppendNumber(line, static_cast<std::int32_t>(entry.info.processGroupId()));
+   AppendNumber(line, static_cast<std::int32_t>(entry.info.processGroupId));
    return true;
 }
 
@@ -160,17 +160,17 @@ bool SidCell(std::string &line, const WorldEntry &entry, const CellContext &cont
    if (IsKernelWorld(entry)) {
       return KernelZero(line, context);
    }
-   AppendNumber(line, static_cast<std::int32_t>(entry.info.sessionId()));
+   AppendNumber(line, static_cast<std::int32_t>(entry.info.sessionId));
    return true;
 }
 
 bool PcidCell(std::string &line, const WorldEntry &entry, const CellContext &) {
-   AppendNumber(line, static_cast<std::int32_t>(entry.info.parentId()));
+   AppendNumber(line, static_cast<std::int32_t>(entry.info.parentId));
    return true;
 }
 
 bool TypeCell(std::string &line, const WorldEntry &entry, const CellContext &context) {
-   AppendTypeCell(line, entry.info.typeFlags(), context.verbose);
+   AppendTypeCell(line, entry.info.typeFlags, context.verbose);
    return true;
 }
 
@@ -207,17 +207,17 @@ bool TimeCell(std::string &line, const WorldEntry &entry, const CellContext &) {
 }
 
 bool SecurityDomainCell(std::string &line, const WorldEntry &entry, const CellContext &) {
-   AppendNumber(line, static_cast<std::int32_t>(entry.info.securityDomain()));
+   AppendNumber(line, static_cast<std::int32_t>(entry.info.securityDomain));
    return true;
 }
 
 bool UserspaceCell(std::string &line, const WorldEntry &entry, const CellContext &) {
-   AppendNumber(line, static_cast<std::int32_t>(entry.info.userspaceId()));
+   AppendNumber(line, static_cast<std::int32_t>(entry.info.userspaceId));
    return true;
 }
 
 bool CommandCell(std::string &line, const WorldEntry &entry, const CellContext &context) {
-   if (entry.info.cartelId() == 0) {
+   if (entry.info.cartelId == 0) {
       return false;
    }
    line += context.texts.View(entry.commandLine);
@@ -424,7 +424,7 @@ void PrintTree(PsState &state, const PsLayout &layout, std::span<WorldEntry> fla
          state.deepestDepth = depth;
       }
       if (depth == 0) {
-         AppendNumber(line, static_cast<std::int32_t>(entry.info.userspaceId()));
+         AppendNumber(line, static_cast<std::int32_t>(entry.info.userspaceId));
          line += '\n';
          if (entry.parent != kNone) {
             line += "  ";

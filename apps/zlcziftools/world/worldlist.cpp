@@ -63,6 +63,7 @@ struct Collection {
 // Room for the records ps reads per world; only parts of them are kept.
 struct RecordBuffers {
    rec::world_name name;
+   rec::world_info info;
    rec::sched_Vcpus_stats_summaryStats summary;
    rec::sched_Vcpus_stats_affinity affinity;
    rec::sched_Vcpus_stats_stateTimes stateTimes;
@@ -115,8 +116,8 @@ sysinfo::ParamListPtr ChildQuery(std::uint32_t cartelId, const std::int32_t *chi
 // Reads the children of a userworld's cartel; the zombies among them become
 // entries after the cartel's main world. Every world of a cartel reads the
 // list. The world's info is a copy: appending may move the flat list.
-bool CollectZombies(const rec::world_info info, Collection &collection, RecordBuffers &buffers) {
-   const std::uint32_t cartelId = info.cartelId();
+bool CollectZombies(const WorldIds info, Collection &collection, RecordBuffers &buffers) {
+   const std::uint32_t cartelId = info.cartelId;
    sysinfo::InstanceList children;
    {
       sysinfo::ParamListPtr parent = ChildQuery(cartelId, nullptr, "failed to alloc paramlist for children\n",
@@ -133,7 +134,7 @@ bool CollectZombies(const rec::world_info info, Collection &collection, RecordBu
    } catch (const std::bad_alloc &) {
       return Fail("failed to allocate array for zombies\n");
    }
-   const bool mainWorld = info.worldId() == cartelId;
+   const bool mainWorld = info.worldId == cartelId;
    for (int index = 0; index < count; ++index) {
       std::int32_t childId = 0;
       if (ZIF_ParamListGetInt32(children.Get(), index, &childId) != 0) {
@@ -154,12 +155,12 @@ bool CollectZombies(const rec::world_info info, Collection &collection, RecordBu
          WorldEntry &zombie = collection.worlds.Append();
          zombie.nThreads = 0;
          zombie.zombie = true;
-         zombie.info.set_worldId(static_cast<std::uint32_t>(childId))
-               .set_cartelId(static_cast<std::uint32_t>(childId))
-               .set_parentId(cartelId)
-               .set_userspaceId(info.userspaceId())
-               .set_processGroupId(info.processGroupId())
-               .set_sessionId(info.sessionId());
+         zombie.info.worldId = static_cast<std::uint32_t>(childId);
+         zombie.info.cartelId = static_cast<std::uint32_t>(childId);
+         zombie.info.parentId = cartelId;
+         zombie.info.userspaceId = info.userspaceId;
+         zombie.info.processGroupId = info.processGroupId;
+         zombie.info.sessionId = info.sessionId;
          ++collection.zombies;
       }
    }
@@ -172,13 +173,14 @@ enum class Outcome { Keep, Skip, Fail };
 // query list holds its key.
 Outcome CollectWorld(ZIF_ParamList *query, PsState &state, Collection &collection, RecordBuffers &buffers) {
    WorldEntry &entry = collection.worlds[collection.worlds.Size() - 1];
-   if (sysinfo::GetRecord(buffers.name, query) != 0 || sysinfo::GetRecord(entry.info, query) != 0) {
+   if (sysinfo::GetRecord(buffers.name, query) != 0 || sysinfo::GetRecord(buffers.info, query) != 0) {
       return Outcome::Skip;
    }
+   entry.info = WorldIds::Of(buffers.info);
    if (!ReadSchedulerRecords(entry, query, buffers, collection)) {
       return Outcome::Skip;
    }
-   const std::uint32_t cartelId = entry.info.cartelId();
+   const std::uint32_t cartelId = entry.info.cartelId;
    if (state.Has(kOnlyUserworlds) && cartelId == 0) {
       return Outcome::Skip;
    }
@@ -186,8 +188,8 @@ Outcome CollectWorld(ZIF_ParamList *query, PsState &state, Collection &collectio
    if (static_cast<std::int32_t>(entry.name.size) > state.widestWorldName) {
       state.widestWorldName = static_cast<std::int32_t>(entry.name.size);
    }
-   if (entry.info.worldId() > state.largestWorldId) {
-      state.largestWorldId = entry.info.worldId();
+   if (entry.info.worldId > state.largestWorldId) {
+      state.largestWorldId = entry.info.worldId;
    }
    if (cartelId == 0) {
       return Outcome::Keep;
@@ -243,8 +245,8 @@ void FindUserspaceRoots(std::span<const WorldEntry> flat, UserspaceRoots &roots)
    roots.fill(kNone);
    for (std::size_t index = 0; index < flat.size(); ++index) {
       const WorldEntry &entry = flat[index];
-      const std::uint32_t userspace = entry.info.userspaceId();
-      if (entry.zombie || userspace == 0 || entry.info.parentId() != 0) {
+      const std::uint32_t userspace = entry.info.userspaceId;
+      if (entry.zombie || userspace == 0 || entry.info.parentId != 0) {
          continue;
       }
       if (userspace <= kLargestUserspace) {
@@ -316,8 +318,8 @@ void PrintFlatListing(const PsState &state, const Collection &collection, const 
    std::string &text = output.Buffer();
    layout.AppendHeader(text);
    for (const WorldEntry &entry : collection.worlds.Span()) {
-      if ((state.Has(kOnlyUserworlds) && entry.info.cartelId() == 0) ||
-          (state.requestedUserspace != 0 && state.requestedUserspace != entry.info.userspaceId())) {
+      if ((state.Has(kOnlyUserworlds) && entry.info.cartelId == 0) ||
+          (state.requestedUserspace != 0 && state.requestedUserspace != entry.info.userspaceId)) {
          continue;
       }
       layout.AppendRow(text, entry);
@@ -453,17 +455,17 @@ private:
 void LinkTree(std::span<WorldEntry> flat) {
    FirstEntryById firstWithId(flat.size());
    for (std::size_t index = 0; index < flat.size(); ++index) {
-      if (flat[index].info.cartelId() != 0) {
-         firstWithId.Add(flat[index].info.worldId(), static_cast<EntryRef>(index));
+      if (flat[index].info.cartelId != 0) {
+         firstWithId.Add(flat[index].info.worldId, static_cast<EntryRef>(index));
       }
    }
    Forest forest(flat.size());
    for (std::size_t index = 0; index < flat.size(); ++index) {
       WorldEntry &child = flat[index];
-      if (child.info.cartelId() == 0) {
+      if (child.info.cartelId == 0) {
          continue;
       }
-      const EntryRef parentRef = firstWithId.Find(child.info.parentId());
+      const EntryRef parentRef = firstWithId.Find(child.info.parentId);
       if (parentRef == kNone) {
          continue;
       }
@@ -481,7 +483,7 @@ void LinkTree(std::span<WorldEntry> flat) {
       parent.lastChild = static_cast<EntryRef>(index);
       ++parent.nChildren;
       child.parent = parentRef;
-      if ((child.info.typeFlags() & kCloneType) != 0) {
+      if ((child.info.typeFlags & kCloneType) != 0) {
          ++parent.nThreads;
       }
    }

@@ -62,15 +62,33 @@ private:
    BulkArray<char> bytes_;
 };
 
-// One collected world, or one zombie child of a cartel. Only the parts of the
-// scheduler records that are printed are kept, and the texts stand in a
-// TextStore, so that very many worlds fit.
+// The fields of a world's info record that ps shows or links by.
+struct WorldIds {
+   std::uint32_t worldId = 0;
+   std::uint32_t groupId = 0;
+   std::uint32_t userspaceId = 0;
+   std::uint32_t cartelId = 0;
+   std::uint32_t parentId = 0;
+   std::uint32_t processGroupId = 0;
+   std::uint32_t sessionId = 0;
+   std::uint32_t typeFlags = 0;
+   std::uint32_t securityDomain = 0;
+
+   static WorldIds Of(const rec::world_info &info) {
+      return {info.worldId(),        info.groupId(),   info.userspaceId(), info.cartelId(),      info.parentId(),
+              info.processGroupId(), info.sessionId(), info.typeFlags(),   info.securityDomain()};
+   }
+};
+
+// One collected world, or one zombie child of a cartel. Only the parts of its
+// records that are printed are kept, and the texts stand in a TextStore, so
+// that very many worlds fit.
 struct WorldEntry {
-   rec::world_info info;
+   std::uint64_t usedTime = 0;
+   WorldIds info;
    TextRef name;
    TextRef affinity;
    TextRef commandLine;  // empty for worlds without a cartel
-   std::uint64_t usedTime = 0;
    std::uint32_t runState = 0;
    std::uint32_t waitState = 0;
    std::int32_t nChildren = 0;

@@ -2,7 +2,6 @@
 // linear time, one parent per child, no cycles, and no recursion.
 #include <gtest/gtest.h>
 
-#include <cstring>
 #include <string>
 #include <utility>
 #include <vector>
@@ -16,16 +15,12 @@ using world::EntryRef;
 using world::kNone;
 using world::WorldEntry;
 
-void Put(WorldEntry &entry, std::size_t offset, std::uint32_t value) {
-   std::memcpy(entry.info.bytes.data() + offset, &value, sizeof value);
-}
-
 WorldEntry Entry(std::uint32_t worldId, std::uint32_t cartelId, std::uint32_t parentId, std::uint32_t type = 4) {
    WorldEntry entry;
-   Put(entry, 0, worldId);
-   Put(entry, 12, cartelId);
-   Put(entry, 16, parentId);
-   Put(entry, 28, type);
+   entry.info.worldId = worldId;
+   entry.info.cartelId = cartelId;
+   entry.info.parentId = parentId;
+   entry.info.typeFlags = type;
    return entry;
 }
 
