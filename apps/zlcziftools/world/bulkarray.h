@@ -38,8 +38,9 @@ inline void AdviseHuge(void *memory, std::size_t bytes) {
    }
 }
 
-// A fresh mapping of at least bytes (rounded up to whole huge pages), or
-// its growth to newBytes; throws std::bad_alloc when the system refuses.
+// A fresh mapping of bytes (a multiple of RoundUp's unit), or below the
+// growth of one to newBytes, its pages moved; each throws std::bad_alloc when
+// the system refuses.
 inline void *Map(std::size_t bytes) {
    void *memory = mmap(nullptr, bytes, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS | MAP_NORESERVE, -1, 0);
    if (memory == MAP_FAILED) {

@@ -126,6 +126,20 @@ TEST(LinkTree, StarOf100000ChildrenKeepsTheirOrder) {
    EXPECT_EQ(expected, static_cast<EntryRef>(kChildren) + 1);
 }
 
+TEST(TextStore, TextsSurviveTheStoreGrowingByRemapping) {
+   world::TextStore texts;
+   std::vector<world::TextRef> refs;
+   for (int i = 0; i < 200000; ++i) {
+      refs.push_back(texts.Add("text-" + std::to_string(i)));
+   }
+   for (int i = 0; i < 200000; ++i) {
+      ASSERT_EQ(texts.View(refs[i]), "text-" + std::to_string(i));
+   }
+   texts.Truncate(refs[10].offset);
+   EXPECT_EQ(texts.View(texts.Add("x")), "x");
+   EXPECT_EQ(texts.Size(), refs[10].offset + 1);
+}
+
 std::string TypeCell(std::uint32_t type, bool verbose) {
    std::string cell;
    world::AppendTypeCell(cell, type, verbose);
