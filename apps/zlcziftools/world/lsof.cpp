@@ -12,6 +12,7 @@
 #include <string>
 #include <string_view>
 
+#include "blockoutput.h"
 #include "lsofargs.h"
 #include "records.h"
 #include "sysinfo.h"
@@ -24,8 +25,6 @@ constexpr char kUsage[] =
       "\t --help print this message\n"
       "\t --file=name <name of file to filter for>\n";
 
-constexpr char kLineFormat[] = "%-10d  %-20s  %-20s   %6d   %s\n";
-constexpr char kMappingFormat[] = "%-10d  %-20s  %-20s   %6d   %s (prot:%s%s/len:%u)\n";
 constexpr std::uint32_t kListedMappingKind = rec::userworld_cartel_mem_mmaps::kind_file;
 constexpr std::int32_t kNoDescriptor = -1;
 
@@ -34,15 +33,37 @@ struct Lister {
    ZIF_ParamList *query = nullptr;
    std::int32_t cartelId = 0;
    std::string worldName;
+   world::BlockOutput &output;
 
    bool Passes(std::string_view text) const { return !filter || text.find(*filter) != std::string_view::npos; }
+
+   // The columns of a line up to the description, as "%-10d  %-20s  %-20s   %6d   ".
+   std::string &StartLine(std::string_view type, std::int32_t descriptor) const {
+      std::string &line = output.Buffer();
+      world::AppendNumber(line, cartelId, 10, true);
+      line += "  ";
+      world::AppendLeft(line, worldName, 20);
+      line += "  ";
+      world::AppendLeft(line, type, 20);
+      line += "   ";
+      world::AppendNumber(line, descriptor, 6);
+      line += "   ";
+      return line;
+   }
+
+   void PrintLine(std::string_view type, std::int32_t descriptor, std::string_view description) const {
+      std::string &line = StartLine(type, descriptor);
+      line += description;
+      line += '\n';
+      output.LineDone();
+   }
 
    void PrintWorkingDirectory() const {
       rec::userworld_cartel_fd_cwd cwd;
       if (sysinfo::GetRecord(cwd, query) != 0 || !Passes(cwd.path())) {
          return;
       }
-      std::printf(kLineFormat, cartelId, worldName.c_str(), "cwd", kNoDescriptor, std::string(cwd.path()).c_str());
+      PrintLine("cwd", kNoDescriptor, cwd.path());
    }
 
    // Returns the status that ends the listing, else 0.
@@ -52,18 +73,18 @@ struct Lister {
          const auto number = static_cast<std::int32_t>(ZIF_ParamGetInt(descriptors.At(index)));
          const ZLC_ReturnStatus status = ZIF_ParamListAddInt(query, number);
          if (status != 0) {
-            std::puts("failed to add fd to ZIF parameter list");
+            output.Buffer() += "failed to add fd to ZIF parameter list\n";
             return status;
          }
          if (sysinfo::GetRecord(record, query) == 0 && Passes(record.description())) {
-            std::printf(kLineFormat, cartelId, worldName.c_str(), std::string(record.type()).c_str(), number,
-                        std::string(record.description()).c_str());
+            PrintLine(record.type(), number, record.description());
          }
          ZIF_ParamListRemoveLastParam(query);
       }
       return 0;
    }
 
+   // A mapping's line ends with " (prot:%s%s/len:%u)" after its name.
    ZLC_ReturnStatus PrintMappings() const {
       sysinfo::InstanceList mappings;
       if (mappings.Fetch(sysinfo::Node(ZIF_NODE_userworld_cartel_mem_mmaps), query) != 0) {
@@ -73,14 +94,20 @@ struct Lister {
       for (int index = 0; index < mappings.Count(); ++index) {
          const ZLC_ReturnStatus status = ZIF_ParamListAddInt(query, ZIF_ParamGetInt(mappings.At(index)));
          if (status != 0) {
-            std::puts("failed to add mmap to ZIF parameter list");
+            output.Buffer() += "failed to add mmap to ZIF parameter list\n";
             return status;
          }
          if (sysinfo::GetRecord(record, query) == 0 && record.kind() == kListedMappingKind && Passes(record.name())) {
             const std::uint32_t prot = record.prot();
-            std::printf(kMappingFormat, cartelId, worldName.c_str(), "MMAP", record.fd(),
-                        std::string(record.name()).c_str(), (prot & record.prot_read) != 0 ? "R" : "-",
-                        (prot & record.prot_write) != 0 ? "W" : "-", record.length());
+            std::string &line = StartLine("MMAP", record.fd());
+            line += record.name();
+            line += " (prot:";
+            line += (prot & record.prot_read) != 0 ? 'R' : '-';
+            line += (prot & record.prot_write) != 0 ? 'W' : '-';
+            line += "/len:";
+            world::AppendNumber(line, record.length());
+            line += ")\n";
+            output.LineDone();
          }
          ZIF_ParamListRemoveLastParam(query);
       }
@@ -107,10 +134,12 @@ int LsofMain(int argc, char **argv) {
       std::fprintf(stderr, "WalkWorldList: error fetching world list 0x%x\n", status);
       return static_cast<int>(status);
    }
-   std::puts("Cartel    |      World name     |        Type         |   fd   |  Description     ");
-   std::puts("----------+---------------------+---------------------+--------+------------------");
+   world::BlockOutput output;
+   output.Buffer() +=
+         "Cartel    |      World name     |        Type         |   fd   |  Description     \n"
+         "----------+---------------------+---------------------+--------+------------------\n";
 
-   Lister lister{argument.filter, query.get(), 0, {}};
+   Lister lister{argument.filter, query.get(), 0, {}, output};
    ZLC_ReturnStatus failure = 0;
    const sysinfo::WalkResult walk = sysinfo::ForEachInstance(cartels, query.get(), [&](ZIF_Param *key, int) {
       lister.cartelId = static_cast<std::int32_t>(ZIF_ParamGetInt(key));

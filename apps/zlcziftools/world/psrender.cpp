@@ -5,7 +5,6 @@
 // bare 0 padded differently in the CID, PGID and SID columns.
 #include "psrender.h"
 
-#include <charconv>
 #include <cstdio>
 #include <iterator>
 
@@ -24,6 +23,7 @@ struct Width {
 };
 
 struct CellContext {
+   const TextStore &texts;
    int idWidth;
    bool verbose;
 };
@@ -84,24 +84,9 @@ const TypeName *FindTypeName(std::uint32_t bit) {
    return nullptr;
 }
 
-void AppendBlanks(std::string &line, long count) {
-   if (count > 0) {
-      line.append(static_cast<std::size_t>(count), ' ');
-   }
-}
-
 // Pads what was appended since start with blanks to width characters.
 void PadFrom(std::string &line, std::size_t start, long width) {
    AppendBlanks(line, width - static_cast<long>(line.size() - start));
-}
-
-// "%d" or "%lu" of value, right-aligned in width characters.
-template <typename Integer>
-void AppendNumber(std::string &line, Integer value, long width = 0) {
-   char digits[24];
-   const auto end = std::to_chars(digits, digits + sizeof digits, value).ptr;
-   AppendBlanks(line, width - (end - digits));
-   line.append(digits, end);
 }
 
 void AppendDrawing(std::string &line, char letter) {
@@ -118,26 +103,26 @@ std::string_view StateName(const CpuSched_StateElement *table, std::uint32_t cou
 }
 
 bool IsKernelWorld(const WorldEntry &entry) {
-   return !entry.zombie && entry.info.cartelId() == 0;
+   return !entry.zombie && entry.info.cartelId == 0;
 }
 
 // The cells, in column order.
 
 bool WidCell(std::string &line, const WorldEntry &entry, const CellContext &) {
-   AppendNumber(line, static_cast<std::int32_t>(entry.info.worldId()));
+   AppendNumber(line, static_cast<std::int32_t>(entry.info.worldId));
    return true;
 }
 
 bool CidCell(std::string &line, const WorldEntry &entry, const CellContext &context) {
-   AppendNumber(line, static_cast<std::int32_t>(entry.info.cartelId()));
-   if (entry.info.cartelId() == 0) {
+   AppendNumber(line, static_cast<std::int32_t>(entry.info.cartelId));
+   if (entry.info.cartelId == 0) {
       AppendBlanks(line, context.idWidth - 1);
    }
    return true;
 }
 
-bool NameCell(std::string &line, const WorldEntry &entry, const CellContext &) {
-   line += entry.zombie ? std::string_view("<zombie>") : std::string_view(entry.name);
+bool NameCell(std::string &line, const WorldEntry &entry, const CellContext &context) {
+   line += entry.zombie ? std::string_view("<zombie>") : context.texts.View(entry.name);
    return true;
 }
 
@@ -152,7 +137,7 @@ bool NThreadsCell(std::string &line, const WorldEntry &entry, const CellContext 
 }
 
 bool GidCell(std::string &line, const WorldEntry &entry, const CellContext &) {
-   AppendNumber(line, static_cast<std::int32_t>(entry.info.groupId()));
+   AppendNumber(line, static_cast<std::int32_t>(entry.info.groupId));
    return true;
 }
 
@@ -167,7 +152,7 @@ bool PgidCell(std::string &line, const WorldEntry &entry, const CellContext &con
    if (IsKernelWorld(entry)) {
       return KernelZero(line, context);
    }
-   AppendNumber(line, static_cast<std::int32_t>(entry.info.processGroupId()));
+   AppendNumber(line, static_cast<std::int32_t>(entry.info.processGroupId));
    return true;
 }
 
@@ -175,23 +160,23 @@ bool SidCell(std::string &line, const WorldEntry &entry, const CellContext &cont
    if (IsKernelWorld(entry)) {
       return KernelZero(line, context);
    }
-   AppendNumber(line, static_cast<std::int32_t>(entry.info.sessionId()));
+   AppendNumber(line, static_cast<std::int32_t>(entry.info.sessionId));
    return true;
 }
 
 bool PcidCell(std::string &line, const WorldEntry &entry, const CellContext &) {
-   AppendNumber(line, static_cast<std::int32_t>(entry.info.parentId()));
+   AppendNumber(line, static_cast<std::int32_t>(entry.info.parentId));
    return true;
 }
 
 bool TypeCell(std::string &line, const WorldEntry &entry, const CellContext &context) {
-   AppendTypeCell(line, entry.info.typeFlags(), context.verbose);
+   AppendTypeCell(line, entry.info.typeFlags, context.verbose);
    return true;
 }
 
 // Run and wait state cut and padded to 6, the affinity padded to 4; blanks
 // for a zombie or a world whose scheduler records could not be read.
-bool StateCell(std::string &line, const WorldEntry &entry, const CellContext &) {
+bool StateCell(std::string &line, const WorldEntry &entry, const CellContext &context) {
    if (entry.zombie || !entry.schedValid) {
       line.append(16, ' ');
       return true;
@@ -203,7 +188,7 @@ bool StateCell(std::string &line, const WorldEntry &entry, const CellContext &) 
       line += kSeparator;
    }
    const std::size_t start = line.size();
-   line += entry.affinity;
+   line += context.texts.View(entry.affinity);
    PadFrom(line, start, 4);
    return true;
 }
@@ -222,20 +207,20 @@ bool TimeCell(std::string &line, const WorldEntry &entry, const CellContext &) {
 }
 
 bool SecurityDomainCell(std::string &line, const WorldEntry &entry, const CellContext &) {
-   AppendNumber(line, static_cast<std::int32_t>(entry.info.securityDomain()));
+   AppendNumber(line, static_cast<std::int32_t>(entry.info.securityDomain));
    return true;
 }
 
 bool UserspaceCell(std::string &line, const WorldEntry &entry, const CellContext &) {
-   AppendNumber(line, static_cast<std::int32_t>(entry.info.userspaceId()));
+   AppendNumber(line, static_cast<std::int32_t>(entry.info.userspaceId));
    return true;
 }
 
-bool CommandCell(std::string &line, const WorldEntry &entry, const CellContext &) {
-   if (entry.info.cartelId() == 0) {
+bool CommandCell(std::string &line, const WorldEntry &entry, const CellContext &context) {
+   if (entry.info.cartelId == 0) {
       return false;
    }
-   line += entry.commandLine;
+   line += context.texts.View(entry.commandLine);
    return true;
 }
 
@@ -261,24 +246,28 @@ constexpr PsColumn kColumns[] = {
       {'c', kShowCommand, "Command", {}, {}, kLiveOnly, kAnyLayout, CommandCell},
 };
 
-// The ancestors' part of a tree prefix: from the top of the tree down to the
-// entry's parent, a vertical bar where siblings of that ancestor are still to
-// be printed. The topmost ancestor contributes nothing.
-void AppendAncestorColumns(std::string &line, const std::vector<WorldEntry> &flat, const WorldEntry &entry,
-                           std::vector<EntryRef> &ancestors) {
+// An ancestor's column of a tree prefix: a vertical bar while siblings of it
+// are still to be printed.
+void AppendColumn(std::string &line, const WorldEntry &itsParent) {
+   if (itsParent.nChildren > 1 && itsParent.printedChildren != itsParent.nChildren) {
+      AppendDrawing(line, kVerticalBar);
+      line += ' ';
+   } else {
+      line += "  ";
+   }
+}
+
+// The columns of a chain of ancestors, from the top of the tree down to from:
+// the topmost ancestor contributes nothing.
+void AppendChainColumns(std::string &line, std::span<const WorldEntry> flat, EntryRef from,
+                        std::vector<EntryRef> &ancestors) {
    ancestors.clear();
-   for (EntryRef ref = entry.parent; ref != kNone; ref = flat[static_cast<std::size_t>(ref)].parent) {
+   for (EntryRef ref = from; ref != kNone; ref = flat[static_cast<std::size_t>(ref)].parent) {
       ancestors.push_back(ref);
    }
    for (std::size_t i = ancestors.size(); i-- > 1;) {
       const WorldEntry &ancestor = flat[static_cast<std::size_t>(ancestors[i - 1])];
-      const WorldEntry &itsParent = flat[static_cast<std::size_t>(ancestor.parent)];
-      if (itsParent.nChildren > 1 && itsParent.printedChildren != itsParent.nChildren) {
-         AppendDrawing(line, kVerticalBar);
-         line += ' ';
-      } else {
-         line += "  ";
-      }
+      AppendColumn(line, flat[static_cast<std::size_t>(ancestor.parent)]);
    }
 }
 
@@ -356,8 +345,11 @@ std::string_view ColumnNeedingTree(std::uint32_t flags) {
    return {};
 }
 
-PsLayout::PsLayout(const PsState &state)
-    : idWidth_(IdColumnWidth(state.largestWorldId)), verbose_(state.Has(kVerbose)), tree_(state.Has(kTree)) {
+PsLayout::PsLayout(const PsState &state, const TextStore &texts)
+    : texts_(texts),
+      idWidth_(IdColumnWidth(state.largestWorldId)),
+      verbose_(state.Has(kVerbose)),
+      tree_(state.Has(kTree)) {
    const auto resolve = [&](Width width) -> long {
       switch (width.unit) {
          case Width::kNone:
@@ -397,7 +389,7 @@ void PsLayout::AppendHeader(std::string &line) const {
 }
 
 void PsLayout::AppendRow(std::string &line, const WorldEntry &entry) const {
-   const CellContext context{idWidth_, verbose_};
+   const CellContext context{texts_, idWidth_, verbose_};
    for (const Shown &shown : shown_) {
       const PsColumn &column = kColumns[shown.column];
       if (entry.zombie && column.entries == kLiveOnly) {
@@ -416,28 +408,32 @@ void PsLayout::AppendRow(std::string &line, const WorldEntry &entry) const {
    line += '\n';
 }
 
-void PrintHeader(const PsLayout &layout) {
-   std::string line;
-   layout.AppendHeader(line);
-   std::fwrite(line.data(), 1, line.size(), stdout);
-}
-
-void PrintTree(PsState &state, const PsLayout &layout, std::vector<WorldEntry> &flat, EntryRef root) {
-   std::string line;
-   std::vector<EntryRef> ancestors;
+// An entry's prefix is the columns of its ancestors (an ancestor's column is
+// fixed once it has been printed: the siblings after it are printed only after
+// its whole tree), so the walk keeps the columns of the path it is on, and
+// those of root's own ancestors, rather than climbing the tree for every row.
+void PrintTree(PsState &state, const PsLayout &layout, std::span<WorldEntry> flat, EntryRef root, BlockOutput &output) {
+   std::string &line = output.Buffer();
+   std::string columns;              // the prefix of the entries one below the path's end
+   std::vector<std::size_t> ends;    // ends[depth]: where the columns end below an entry at depth
+   std::vector<EntryRef> ancestors;  // scratch for root's own ancestors
    ForEachInTreeOrder(flat, root, [&](EntryRef ref, std::int32_t depth) {
       WorldEntry &entry = flat[static_cast<std::size_t>(ref)];
+      const auto level = static_cast<std::size_t>(depth);
       if (depth > state.deepestDepth) {
          state.deepestDepth = depth;
       }
-      line.clear();
       if (depth == 0) {
-         AppendNumber(line, static_cast<std::int32_t>(entry.info.userspaceId()));
+         AppendNumber(line, static_cast<std::int32_t>(entry.info.userspaceId));
          line += '\n';
-      }
-      if (entry.parent != kNone) {
+         if (entry.parent != kNone) {
+            line += "  ";
+            AppendChainColumns(line, flat, entry.parent, ancestors);
+         }
+      } else {
+         columns.resize(ends[level - 1]);
          line += "  ";
-         AppendAncestorColumns(line, flat, entry, ancestors);
+         line += columns;
       }
       AppendDrawing(line, entry.nextSibling != kNone ? kTee : kCorner);
       AppendDrawing(line, kHorizontalBar);
@@ -445,7 +441,14 @@ void PrintTree(PsState &state, const PsLayout &layout, std::vector<WorldEntry> &
       if (entry.parent != kNone) {
          ++flat[static_cast<std::size_t>(entry.parent)].printedChildren;
       }
-      std::fwrite(line.data(), 1, line.size(), stdout);
+      if (depth == 0) {
+         AppendChainColumns(columns, flat, ref, ancestors);
+      } else {
+         AppendColumn(columns, flat[static_cast<std::size_t>(entry.parent)]);
+      }
+      ends.resize(level + 1);
+      ends[level] = columns.size();
+      output.LineDone();
    });
 }
 

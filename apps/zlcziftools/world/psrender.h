@@ -4,10 +4,12 @@
 #pragma once
 
 #include <cstdint>
+#include <span>
 #include <string>
 #include <string_view>
 #include <vector>
 
+#include "blockoutput.h"
 #include "worldlist.h"
 
 namespace world {
@@ -38,7 +40,8 @@ std::string_view ColumnNeedingTree(std::uint32_t flags);
 // allocating anything of their own.
 class PsLayout {
 public:
-   explicit PsLayout(const PsState &state);
+   // The entries' texts are read from texts.
+   PsLayout(const PsState &state, const TextStore &texts);
 
    // The header line and one row, each ending with a newline.
    void AppendHeader(std::string &line) const;
@@ -52,15 +55,14 @@ private:
    };
 
    std::vector<Shown> shown_;
+   const TextStore &texts_;
    int idWidth_;
    bool verbose_;
    bool tree_;
 };
 
-void PrintHeader(const PsLayout &layout);
-
-// Prints root's row and the rows of everything below it with their tree
+// Appends root's row and the rows of everything below it with their tree
 // prefixes; root's userspace ID on a line of its own comes first.
-void PrintTree(PsState &state, const PsLayout &layout, std::vector<WorldEntry> &flat, EntryRef root);
+void PrintTree(PsState &state, const PsLayout &layout, std::span<WorldEntry> flat, EntryRef root, BlockOutput &output);
 
 }  // namespace world

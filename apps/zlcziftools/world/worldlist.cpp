@@ -9,11 +9,12 @@
 // in full succeeds whatever the last command-line read returned.
 #include "worldlist.h"
 
+#include <cstdint>
 #include <cstdio>
 #include <cstring>
 #include <memory>
 #include <new>
-#include <unordered_map>
+#include <string_view>
 
 #include "psrender.h"
 #include "sysinfo.h"
@@ -26,20 +27,43 @@ namespace {
 // is left out.
 constexpr ZLC_ReturnStatus kCartelGone = 0xbad0062;
 constexpr std::uint32_t kZombieChildState = rec::userworld_cartel_child::state_zombie;
-// The flat listing's rows go out in blocks of about this many bytes.
-constexpr std::size_t kFlushSize = 64 * 1024;
+// What the texts of a world usually take (a name and a command line), to
+// reserve the text store by: more costs a move of its pages, never a copy.
+constexpr std::size_t kTextBytesPerWorld = 64;
 
 struct Collection {
-   std::vector<WorldEntry> worlds;  // the flat list: each world followed by its zombie children
+   BulkArray<WorldEntry> worlds;  // the flat list: each world followed by its zombie children
+   TextStore texts;
+   // Neighbouring worlds often have the same affinity, and the worlds of a
+   // cartel the same command line: a text equal to the last one of its kind
+   // is stored once.
+   TextRef lastAffinity;
+   TextRef lastCommandLine;
    std::int32_t worldsWalked = 0;
    std::int32_t worldsCollected = 0;
    std::int32_t zombies = 0;
-   std::vector<WorldEntry> newZombies;  // the zombie children of the world being collected
+
+   TextRef AddShared(TextRef &last, std::string_view text) {
+      if (texts.View(last) != text) {
+         last = texts.Add(text);
+      }
+      return last;
+   }
+   // Takes the texts from size on off the store again.
+   void TruncateTexts(std::size_t size) {
+      texts.Truncate(size);
+      for (TextRef *last : {&lastAffinity, &lastCommandLine}) {
+         if (last->offset + last->size > size) {
+            *last = {};
+         }
+      }
+   }
 };
 
 // Room for the records ps reads per world; only parts of them are kept.
 struct RecordBuffers {
    rec::world_name name;
+   rec::world_info info;
    rec::sched_Vcpus_stats_summaryStats summary;
    rec::sched_Vcpus_stats_affinity affinity;
    rec::sched_Vcpus_stats_stateTimes stateTimes;
@@ -54,7 +78,7 @@ bool Fail(const char *message) {
 
 // Reads the scheduler records. Returns false when the world is to be left
 // out (its state times cannot be read after the other two could).
-bool ReadSchedulerRecords(WorldEntry &entry, ZIF_ParamList *query, RecordBuffers &buffers) {
+bool ReadSchedulerRecords(WorldEntry &entry, ZIF_ParamList *query, RecordBuffers &buffers, Collection &collection) {
    entry.schedValid = false;
    if (sysinfo::GetRecord(buffers.summary, query) != 0 || sysinfo::GetRecord(buffers.affinity, query) != 0) {
       return true;
@@ -65,7 +89,7 @@ bool ReadSchedulerRecords(WorldEntry &entry, ZIF_ParamList *query, RecordBuffers
    entry.schedValid = true;
    entry.runState = buffers.summary.runState();
    entry.waitState = buffers.summary.waitState();
-   entry.affinity = buffers.affinity.affinity();
+   entry.affinity = collection.AddShared(collection.lastAffinity, buffers.affinity.affinity());
    entry.usedTime = buffers.stateTimes.usedTime();
    return true;
 }
@@ -90,9 +114,10 @@ sysinfo::ParamListPtr ChildQuery(std::uint32_t cartelId, const std::int32_t *chi
 }
 
 // Reads the children of a userworld's cartel; the zombies among them become
-// entries of the cartel's main world. Every world of a cartel reads the list.
-bool CollectZombies(WorldEntry &entry, Collection &collection, RecordBuffers &buffers) {
-   const std::uint32_t cartelId = entry.info.cartelId();
+// entries after the cartel's main world. Every world of a cartel reads the
+// list. The world's info is a copy: appending may move the flat list.
+bool CollectZombies(const WorldIds info, Collection &collection, RecordBuffers &buffers) {
+   const std::uint32_t cartelId = info.cartelId;
    sysinfo::InstanceList children;
    {
       sysinfo::ParamListPtr parent = ChildQuery(cartelId, nullptr, "failed to alloc paramlist for children\n",
@@ -105,11 +130,11 @@ bool CollectZombies(WorldEntry &entry, Collection &collection, RecordBuffers &bu
    }
    const int count = children.Count();
    try {
-      collection.newZombies.reserve(static_cast<std::size_t>(count > 0 ? count : 0));
+      collection.worlds.Reserve(collection.worlds.Size() + static_cast<std::size_t>(count > 0 ? count : 0));
    } catch (const std::bad_alloc &) {
       return Fail("failed to allocate array for zombies\n");
    }
-   const bool mainWorld = entry.info.worldId() == cartelId;
+   const bool mainWorld = info.worldId == cartelId;
    for (int index = 0; index < count; ++index) {
       std::int32_t childId = 0;
       if (ZIF_ParamListGetInt32(children.Get(), index, &childId) != 0) {
@@ -127,15 +152,15 @@ bool CollectZombies(WorldEntry &entry, Collection &collection, RecordBuffers &bu
          return false;
       }
       if (buffers.child.state() == kZombieChildState && mainWorld) {
-         WorldEntry &zombie = collection.newZombies.emplace_back();
+         WorldEntry &zombie = collection.worlds.Append();
          zombie.nThreads = 0;
          zombie.zombie = true;
-         zombie.info.set_worldId(static_cast<std::uint32_t>(childId))
-               .set_cartelId(static_cast<std::uint32_t>(childId))
-               .set_parentId(cartelId)
-               .set_userspaceId(entry.info.userspaceId())
-               .set_processGroupId(entry.info.processGroupId())
-               .set_sessionId(entry.info.sessionId());
+         zombie.info.worldId = static_cast<std::uint32_t>(childId);
+         zombie.info.cartelId = static_cast<std::uint32_t>(childId);
+         zombie.info.parentId = cartelId;
+         zombie.info.userspaceId = info.userspaceId;
+         zombie.info.processGroupId = info.processGroupId;
+         zombie.info.sessionId = info.sessionId;
          ++collection.zombies;
       }
    }
@@ -144,25 +169,27 @@ bool CollectZombies(WorldEntry &entry, Collection &collection, RecordBuffers &bu
 
 enum class Outcome { Keep, Skip, Fail };
 
-// Reads one world's records into entry; the query list holds its key.
-Outcome CollectWorld(WorldEntry &entry, ZIF_ParamList *query, PsState &state, Collection &collection,
-                     RecordBuffers &buffers) {
-   if (sysinfo::GetRecord(buffers.name, query) != 0 || sysinfo::GetRecord(entry.info, query) != 0) {
+// Reads one world's records into the entry at the end of the flat list; the
+// query list holds its key.
+Outcome CollectWorld(ZIF_ParamList *query, PsState &state, Collection &collection, RecordBuffers &buffers) {
+   WorldEntry &entry = collection.worlds[collection.worlds.Size() - 1];
+   if (sysinfo::GetRecord(buffers.name, query) != 0 || sysinfo::GetRecord(buffers.info, query) != 0) {
       return Outcome::Skip;
    }
-   if (!ReadSchedulerRecords(entry, query, buffers)) {
+   entry.info = WorldIds::Of(buffers.info);
+   if (!ReadSchedulerRecords(entry, query, buffers, collection)) {
       return Outcome::Skip;
    }
-   const std::uint32_t cartelId = entry.info.cartelId();
+   const std::uint32_t cartelId = entry.info.cartelId;
    if (state.Has(kOnlyUserworlds) && cartelId == 0) {
       return Outcome::Skip;
    }
-   entry.name = buffers.name.name();
-   if (static_cast<std::int32_t>(entry.name.size()) > state.widestWorldName) {
-      state.widestWorldName = static_cast<std::int32_t>(entry.name.size());
+   entry.name = collection.texts.Add(buffers.name.name());
+   if (static_cast<std::int32_t>(entry.name.size) > state.widestWorldName) {
+      state.widestWorldName = static_cast<std::int32_t>(entry.name.size);
    }
-   if (entry.info.worldId() > state.largestWorldId) {
-      state.largestWorldId = entry.info.worldId();
+   if (entry.info.worldId > state.largestWorldId) {
+      state.largestWorldId = entry.info.worldId;
    }
    if (cartelId == 0) {
       return Outcome::Keep;
@@ -176,36 +203,32 @@ Outcome CollectWorld(WorldEntry &entry, ZIF_ParamList *query, PsState &state, Co
    if (status == kCartelGone) {
       return Outcome::Skip;
    }
-   entry.commandLine = status == 0 ? std::string(buffers.commandLine.cmdline()) : std::string("<unavailable>");
-   if (state.Has(kZombies) && !CollectZombies(entry, collection, buffers)) {
+   entry.commandLine = collection.AddShared(
+         collection.lastCommandLine, status == 0 ? buffers.commandLine.cmdline() : std::string_view("<unavailable>"));
+   if (state.Has(kZombies) && !CollectZombies(entry.info, collection, buffers)) {
       return Outcome::Fail;
    }
    return Outcome::Keep;
 }
 
-// Appends a collected world to the flat list, followed by its zombie
-// children, so that the walk builds the list in place.
-void AppendWithZombies(Collection &collection, WorldEntry &&world) {
-   collection.worlds.push_back(std::move(world));
-   for (WorldEntry &zombie : collection.newZombies) {
-      collection.worlds.push_back(std::move(zombie));
-   }
-}
-
+// Each world is collected in place at the end of the flat list, followed by
+// its zombie children; a world left out is taken off again with its texts.
 bool CollectWorlds(PsState &state, ZIF_ParamList *query, const sysinfo::InstanceList &instances,
                    Collection &collection) {
    const auto buffers = std::make_unique<RecordBuffers>();
    bool failed = false;
    const sysinfo::WalkResult walk = sysinfo::ForEachInstance(instances, query, [&](ZIF_Param *, int) {
       ++collection.worldsWalked;
-      WorldEntry entry;
-      collection.newZombies.clear();
-      switch (CollectWorld(entry, query, state, collection, *buffers)) {
+      const std::size_t entries = collection.worlds.Size();
+      const std::size_t texts = collection.texts.Size();
+      collection.worlds.Append();
+      switch (CollectWorld(query, state, collection, *buffers)) {
          case Outcome::Keep:
-            AppendWithZombies(collection, std::move(entry));
             ++collection.worldsCollected;
             return sysinfo::Visit::Next;
          case Outcome::Skip:
+            collection.worlds.Truncate(entries);
+            collection.TruncateTexts(texts);
             return sysinfo::Visit::Next;
          case Outcome::Fail:
             break;
@@ -218,12 +241,12 @@ bool CollectWorlds(PsState &state, ZIF_ParamList *query, const sysinfo::Instance
 
 // The root of a userspace is a collected world of that userspace without a
 // parent; a later one replaces an earlier one.
-void FindUserspaceRoots(const std::vector<WorldEntry> &flat, UserspaceRoots &roots) {
+void FindUserspaceRoots(std::span<const WorldEntry> flat, UserspaceRoots &roots) {
    roots.fill(kNone);
    for (std::size_t index = 0; index < flat.size(); ++index) {
       const WorldEntry &entry = flat[index];
-      const std::uint32_t userspace = entry.info.userspaceId();
-      if (entry.zombie || userspace == 0 || entry.info.parentId() != 0) {
+      const std::uint32_t userspace = entry.info.userspaceId;
+      if (entry.zombie || userspace == 0 || entry.info.parentId != 0) {
          continue;
       }
       if (userspace <= kLargestUserspace) {
@@ -262,19 +285,22 @@ int CountUserspaces(const UserspaceRoots &roots) {
    return count;
 }
 
-void PrintTreeListing(PsState &state, std::vector<WorldEntry> &flat, const UserspaceRoots &roots,
-                      const Collection &collection) {
+void PrintTreeListing(PsState &state, Collection &collection, const UserspaceRoots &roots) {
+   const std::span<WorldEntry> flat = collection.worlds.Span();
    LinkTree(flat);
-   const PsLayout layout(state);
-   std::printf("%c)0\n", 27);
+   const PsLayout layout(state, collection.texts);
+   BlockOutput output;
+   std::string &text = output.Buffer();
+   text += "\x1b)0\n";
    for (std::size_t slot = 0; slot < roots.size(); ++slot) {
       if (roots[slot] == kNone || (state.requestedUserspace != 0 && state.requestedUserspace != slot + 1)) {
          continue;
       }
-      PrintHeader(layout);
-      PrintTree(state, layout, flat, roots[slot]);
-      std::fputc('\n', stdout);
+      layout.AppendHeader(text);
+      PrintTree(state, layout, flat, roots[slot], output);
+      text += '\n';
    }
+   output.Flush();
    if (state.Has(kSummary)) {
       std::printf("Total worlds:         %d\n", collection.worldsWalked);
       std::printf("Total printed worlds: %d\n", collection.worldsCollected);
@@ -286,24 +312,21 @@ void PrintTreeListing(PsState &state, std::vector<WorldEntry> &flat, const Users
    }
 }
 
-void PrintFlatListing(const PsState &state, const std::vector<WorldEntry> &flat, const UserspaceRoots &roots,
-                      const Collection &collection) {
-   const PsLayout layout(state);
-   PrintHeader(layout);
-   std::string line;
-   for (const WorldEntry &entry : flat) {
-      if ((state.Has(kOnlyUserworlds) && entry.info.cartelId() == 0) ||
-          (state.requestedUserspace != 0 && state.requestedUserspace != entry.info.userspaceId())) {
+void PrintFlatListing(const PsState &state, const Collection &collection, const UserspaceRoots &roots) {
+   const PsLayout layout(state, collection.texts);
+   BlockOutput output;
+   std::string &text = output.Buffer();
+   layout.AppendHeader(text);
+   for (const WorldEntry &entry : collection.worlds.Span()) {
+      if ((state.Has(kOnlyUserworlds) && entry.info.cartelId == 0) ||
+          (state.requestedUserspace != 0 && state.requestedUserspace != entry.info.userspaceId)) {
          continue;
       }
-      layout.AppendRow(line, entry);
-      if (line.size() >= kFlushSize) {
-         std::fwrite(line.data(), 1, line.size(), stdout);
-         line.clear();
-      }
+      layout.AppendRow(text, entry);
+      output.LineDone();
    }
-   line += '\n';
-   std::fwrite(line.data(), 1, line.size(), stdout);
+   text += '\n';
+   output.Flush();
    if (state.Has(kSummary)) {
       std::printf("Total worlds:         %d\n", collection.worldsWalked);
       std::printf("Total printed worlds: %d\n", collection.worldsCollected);
@@ -333,7 +356,8 @@ bool ListWorlds(PsState &state) {
       // Room for the zombie children too, so that the list is not moved as
       // it grows: pages of the reserve that are never written cost nothing.
       const auto count = static_cast<std::size_t>(instances.Count());
-      collection.worlds.reserve(count + count / 2);
+      collection.worlds.Reserve(count + count / 2);
+      collection.texts.Reserve(count * kTextBytesPerWorld);
    } catch (const std::bad_alloc &) {
       return Fail("WorldList: malloc failed when allocating root tree node\n");
    }
@@ -341,87 +365,113 @@ bool ListWorlds(PsState &state) {
       return false;
    }
 
-   std::vector<WorldEntry> &flat = collection.worlds;
    UserspaceRoots roots;
-   FindUserspaceRoots(flat, roots);
+   FindUserspaceRoots(collection.worlds.Span(), roots);
 
    if (state.Has(kShowUserspace) && state.requestedUserspace != 0 && !IsRunning(roots, state.requestedUserspace)) {
       ReportNotRunning(state, roots);
       return false;
    }
    if (state.Has(kTree)) {
-      PrintTreeListing(state, flat, roots, collection);
+      PrintTreeListing(state, collection, roots);
    } else {
-      PrintFlatListing(state, flat, roots, collection);
+      PrintFlatListing(state, collection, roots);
    }
    return true;
 }
 
 // Union-find over entries: which tree an entry belongs to, so that a link
-// closing a cycle can be seen before it is made.
+// closing a cycle can be seen before it is made. Path halving alone keeps the
+// finds short enough and the table at one number per entry.
 class Forest {
 public:
-   explicit Forest(std::size_t size) : up_(size), size_(size, 1) {
+   explicit Forest(std::size_t size) {
+      up_.Reserve(size);
       for (std::size_t i = 0; i < size; ++i) {
-         up_[i] = i;
+         up_.Append() = static_cast<std::uint32_t>(i);
       }
    }
-   std::size_t Find(std::size_t node) {
-      std::size_t top = node;
-      while (up_[top] != top) {
-         top = up_[top];
+   std::uint32_t Find(std::uint32_t node) {
+      while (up_[node] != node) {
+         up_[node] = up_[up_[node]];
+         node = up_[node];
       }
-      while (up_[node] != top) {
-         const std::size_t next = up_[node];
-         up_[node] = top;
-         node = next;
-      }
-      return top;
+      return node;
    }
    // Joins the trees of a and b; false when they are one tree already.
-   bool Join(std::size_t a, std::size_t b) {
+   bool Join(std::uint32_t a, std::uint32_t b) {
       a = Find(a);
       b = Find(b);
       if (a == b) {
          return false;
       }
-      if (size_[a] < size_[b]) {
-         std::swap(a, b);
-      }
-      up_[b] = a;
-      size_[a] += size_[b];
+      up_[a] = b;
       return true;
    }
 
 private:
-   std::vector<std::size_t> up_;
-   std::vector<std::size_t> size_;
+   BulkArray<std::uint32_t> up_;
+};
+
+// World ID to the first entry with that ID: open addressing over a power of
+// two of slots, at least twice as many as entries.
+class FirstEntryById {
+public:
+   explicit FirstEntryById(std::size_t entries) {
+      while ((std::size_t{1} << bits_) < 2 * entries) {
+         ++bits_;
+      }
+      slots_.Fill(std::size_t{1} << bits_, Slot{0, kNone});
+   }
+   // Keeps the entry already there for id.
+   void Add(std::uint32_t id, EntryRef ref) {
+      Slot &slot = slots_[Probe(id)];
+      if (slot.ref == kNone) {
+         slot = {id, ref};
+      }
+   }
+   EntryRef Find(std::uint32_t id) const { return slots_[Probe(id)].ref; }
+
+private:
+   struct Slot {
+      std::uint32_t id;
+      EntryRef ref;
+   };
+   // The slot holding id, or the empty slot where it would go.
+   std::size_t Probe(std::uint32_t id) const {
+      const std::size_t mask = (std::size_t{1} << bits_) - 1;
+      std::size_t index = static_cast<std::size_t>((std::uint64_t{id} * 0x9e3779b97f4a7c15u) >> (64 - bits_));
+      while (slots_[index].ref != kNone && slots_[index].id != id) {
+         index = (index + 1) & mask;
+      }
+      return index;
+   }
+   unsigned bits_ = 4;
+   BulkArray<Slot> slots_;
 };
 
 }  // namespace
 
-void LinkTree(std::vector<WorldEntry> &flat) {
-   std::unordered_map<std::uint32_t, EntryRef> firstWithId;
-   firstWithId.reserve(flat.size());
+void LinkTree(std::span<WorldEntry> flat) {
+   FirstEntryById firstWithId(flat.size());
    for (std::size_t index = 0; index < flat.size(); ++index) {
-      if (flat[index].info.cartelId() != 0) {
-         firstWithId.try_emplace(flat[index].info.worldId(), static_cast<EntryRef>(index));
+      if (flat[index].info.cartelId != 0) {
+         firstWithId.Add(flat[index].info.worldId, static_cast<EntryRef>(index));
       }
    }
    Forest forest(flat.size());
    for (std::size_t index = 0; index < flat.size(); ++index) {
       WorldEntry &child = flat[index];
-      if (child.info.cartelId() == 0) {
+      if (child.info.cartelId == 0) {
          continue;
       }
-      const auto found = firstWithId.find(child.info.parentId());
-      if (found == firstWithId.end()) {
+      const EntryRef parentRef = firstWithId.Find(child.info.parentId);
+      if (parentRef == kNone) {
          continue;
       }
-      const EntryRef parentRef = found->second;
       // The child has no parent yet, so it is the top of its tree: the link
       // closes a cycle exactly when the parent is in that tree (or is it).
-      if (!forest.Join(index, static_cast<std::size_t>(parentRef))) {
+      if (!forest.Join(static_cast<std::uint32_t>(index), static_cast<std::uint32_t>(parentRef))) {
          continue;
       }
       WorldEntry &parent = flat[static_cast<std::size_t>(parentRef)];
@@ -433,10 +483,19 @@ void LinkTree(std::vector<WorldEntry> &flat) {
       parent.lastChild = static_cast<EntryRef>(index);
       ++parent.nChildren;
       child.parent = parentRef;
-      if ((child.info.typeFlags() & kCloneType) != 0) {
+      if ((child.info.typeFlags & kCloneType) != 0) {
          ++parent.nThreads;
       }
    }
+}
+
+TextRef TextStore::Add(std::string_view text) {
+   const std::size_t offset = bytes_.Size();
+   if (offset + text.size() > UINT32_MAX) {
+      throw std::bad_alloc();
+   }
+   bytes_.Append(text.data(), text.size());
+   return {static_cast<std::uint32_t>(offset), static_cast<std::uint32_t>(text.size())};
 }
 
 bool WorldList(PsState &state) {

@@ -5,9 +5,11 @@
 
 #include <array>
 #include <cstdint>
-#include <string>
+#include <span>
+#include <string_view>
 #include <vector>
 
+#include "bulkarray.h"
 #include "records.h"
 
 namespace world {
@@ -40,17 +42,55 @@ constexpr std::uint32_t kCloneType = rec::world_info::typeFlags_clone;
 using EntryRef = std::int32_t;
 constexpr EntryRef kNone = -1;
 
-// One collected world, or one zombie child of a cartel. Only the parts of the
-// scheduler records that are printed are kept, so that very many worlds fit.
+// Where a text of an entry stands in the listing's TextStore.
+struct TextRef {
+   std::uint32_t offset = 0;
+   std::uint32_t size = 0;
+};
+
+// The texts of all entries, one after another in one array.
+class TextStore {
+public:
+   // Copies text in; throws std::bad_alloc when the store is full.
+   TextRef Add(std::string_view text);
+   std::string_view View(TextRef ref) const { return {bytes_.Data() + ref.offset, ref.size}; }
+   std::size_t Size() const { return bytes_.Size(); }
+   void Truncate(std::size_t size) { bytes_.Truncate(size); }
+   void Reserve(std::size_t size) { bytes_.Reserve(size); }
+
+private:
+   BulkArray<char> bytes_;
+};
+
+// The fields of a world's info record that ps shows or links by.
+struct WorldIds {
+   std::uint32_t worldId = 0;
+   std::uint32_t groupId = 0;
+   std::uint32_t userspaceId = 0;
+   std::uint32_t cartelId = 0;
+   std::uint32_t parentId = 0;
+   std::uint32_t processGroupId = 0;
+   std::uint32_t sessionId = 0;
+   std::uint32_t typeFlags = 0;
+   std::uint32_t securityDomain = 0;
+
+   static WorldIds Of(const rec::world_info &info) {
+      return {info.worldId(),        info.groupId(),   info.userspaceId(), info.cartelId(),      info.parentId(),
+              info.processGroupId(), info.sessionId(), info.typeFlags(),   info.securityDomain()};
+   }
+};
+
+// One collected world, or one zombie child of a cartel. Only the parts of its
+// records that are printed are kept, and the texts stand in a TextStore, so
+// that very many worlds fit.
 struct WorldEntry {
-   bool schedValid = false;
-   rec::world_info info;
-   std::string name;
+   std::uint64_t usedTime = 0;
+   WorldIds info;
+   TextRef name;
+   TextRef affinity;
+   TextRef commandLine;  // empty for worlds without a cartel
    std::uint32_t runState = 0;
    std::uint32_t waitState = 0;
-   std::uint64_t usedTime = 0;
-   std::string affinity;
-   std::string commandLine;  // empty for worlds without a cartel
    std::int32_t nChildren = 0;
    std::int32_t nThreads = 1;
    std::int32_t printedChildren = 0;
@@ -58,6 +98,7 @@ struct WorldEntry {
    EntryRef firstChild = kNone;
    EntryRef lastChild = kNone;  // the end of the child chain, so linking appends in constant time
    EntryRef parent = kNone;
+   bool schedValid = false;
    bool zombie = false;
 };
 
@@ -86,13 +127,13 @@ bool WorldList(PsState &state);
 // world ID is its parent ID, appending it to that parent's child chain. A link
 // to the entry itself, or one that would close a cycle of parents, is not
 // made, so every chain of parents ends. Linear in the number of entries.
-void LinkTree(std::vector<WorldEntry> &flat);
+void LinkTree(std::span<WorldEntry> flat);
 
 // Visits the tree below root in printing order (an entry, then the trees of
 // its children along the sibling chain) with each entry's depth below root,
 // without recursion, so that trees of any depth can be walked.
 template <typename Visitor>
-void ForEachInTreeOrder(const std::vector<WorldEntry> &flat, EntryRef root, Visitor &&visit) {
+void ForEachInTreeOrder(std::span<const WorldEntry> flat, EntryRef root, Visitor &&visit) {
    visit(root, 0);
    std::vector<EntryRef> path;  // the entry being visited at each depth below root
    path.push_back(flat[static_cast<std::size_t>(root)].firstChild);

@@ -40,9 +40,9 @@ void FuzzTree(const std::uint8_t *data, std::size_t size) {
       std::uint32_t fields[3];
       std::memcpy(fields, data + offset, sizeof fields);
       const std::uint32_t values[] = {fields[0] % 64, fields[1] % 4, fields[2] % 64};
-      std::memcpy(entry.info.bytes.data() + 0, &values[0], 4);
-      std::memcpy(entry.info.bytes.data() + 12, &values[1], 4);
-      std::memcpy(entry.info.bytes.data() + 16, &values[2], 4);
+      entry.info.worldId = values[0];
+      entry.info.cartelId = values[1];
+      entry.info.parentId = values[2];
       flat.push_back(std::move(entry));
    }
    world::LinkTree(flat);

@@ -2,7 +2,6 @@
 // linear time, one parent per child, no cycles, and no recursion.
 #include <gtest/gtest.h>
 
-#include <cstring>
 #include <string>
 #include <utility>
 #include <vector>
@@ -16,16 +15,12 @@ using world::EntryRef;
 using world::kNone;
 using world::WorldEntry;
 
-void Put(WorldEntry &entry, std::size_t offset, std::uint32_t value) {
-   std::memcpy(entry.info.bytes.data() + offset, &value, sizeof value);
-}
-
 WorldEntry Entry(std::uint32_t worldId, std::uint32_t cartelId, std::uint32_t parentId, std::uint32_t type = 4) {
    WorldEntry entry;
-   Put(entry, 0, worldId);
-   Put(entry, 12, cartelId);
-   Put(entry, 16, parentId);
-   Put(entry, 28, type);
+   entry.info.worldId = worldId;
+   entry.info.cartelId = cartelId;
+   entry.info.parentId = parentId;
+   entry.info.typeFlags = type;
    return entry;
 }
 
@@ -129,6 +124,20 @@ TEST(LinkTree, StarOf100000ChildrenKeepsTheirOrder) {
       ASSERT_EQ(ref, expected++);
    }
    EXPECT_EQ(expected, static_cast<EntryRef>(kChildren) + 1);
+}
+
+TEST(TextStore, TextsSurviveTheStoreGrowingByRemapping) {
+   world::TextStore texts;
+   std::vector<world::TextRef> refs;
+   for (int i = 0; i < 200000; ++i) {
+      refs.push_back(texts.Add("text-" + std::to_string(i)));
+   }
+   for (int i = 0; i < 200000; ++i) {
+      ASSERT_EQ(texts.View(refs[i]), "text-" + std::to_string(i));
+   }
+   texts.Truncate(refs[10].offset);
+   EXPECT_EQ(texts.View(texts.Add("x")), "x");
+   EXPECT_EQ(texts.Size(), refs[10].offset + 1);
 }
 
 std::string TypeCell(std::uint32_t type, bool verbose) {
