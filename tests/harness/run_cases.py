@@ -1,55 +1,7 @@
 #!/usr/bin/env python3
-"""Runs command-line cases: a snapshot in JSON form, a command line, and the
-exact standard output, standard error and exit status expected.
-
-A case file (NAME.cases) is read line by line; blank lines and lines starting
-with # are skipped. Before the first case:
-
-  snapshot host.snap.json   the snapshot of every case: a path beside the
-                            case file, "none", or inline JSON
-  env TZ=UTC ...            the environment of every case
-  text NAME                 a text that streams name as @NAME: the lines
-                            below it, as for <<
-
-Then the cases, each a "case" line and the lines below it:
-
-  case NAME [simulator|offhost] [$ WORD... => STATUS [OUT [ERR]]]
-  $ WORD... => STATUS [OUT [ERR]]   a step: a command line, what it gives
-  patch SECTION {JSON}...   entries of the snapshot's SECTION (lists,
-                            records, data, devinfo, sets), each replacing the
-                            one of the same node and keys, or added; with
-                            "absent": true removing it. Another SECTION (such
-                            as signature) is replaced whole.
-  second-patch SECTION {JSON}...   the same for a second snapshot, second.zifc
-                            ($SECOND): the patched snapshot patched once more
-  stdin STRING              standard input of the step (else none)
-  stdin-file PATH           standard input of the step: the bytes of PATH
-  env NAME=VALUE ...        for the case before its first step, else the step
-  files {"PATH": "TEXT" or {"hex": "..."}}   written before the step
-  expect-files {...}        the same, checked after it; null: must not exist
-
-A step on the case line is the case's first. simulator runs the case with
-ZLC_SIMULATOR=snapshot.zifc; offhost (like the default) without. OUT and ERR
-are "-" or left off for not checked, ~STRING for a regular expression that
-matches the whole stream, or strings, @NAME and << joined by " + ". A string
-is 'raw' or "with \\n \\t \\\\ \\" \\xHH". << takes the lines below the step
-up to a line "." or the next line that starts with a keyword (case, $, patch,
-second-patch, env, files, expect-files, stdin, stdin-file, text) and a blank; blank lines before that keyword
-line are not part of it. Its lines have the escapes of "...", and a line
-"{A..B} TEXT" stands for the lines TEXT with $i (or $x) replaced by each i
-from A to B in decimal (or hexadecimal). A word {A..B: WORD... } stands for
-the words repeated with $i replaced by each i. In words, env and files,
-$SNAPSHOT is snapshot.zifc, $CASEDIR the case file's folder, $TMP the case's
-directory.
-
-Each case runs in a fresh temporary directory holding the packed snapshot as
-snapshot.zifc. The first word names the program as started: "zifcache" runs
-the snapshot tool; any other word or relative path becomes a link to the
-zlcziftools executable at that path inside the directory (so "ps",
-"usr/bin/ps" and "zlcziftools.new" all work), run with the directory as the
-working directory. Streams are compared byte for byte: a character stands for
-the byte of its code (\\x0e is the byte 0x0e).
-"""
+"""Runs command-line cases: a snapshot in JSON form, command lines, and the
+exact standard output, standard error and exit status expected. The format
+of a case file is described in tests/README.md."""
 
 import argparse
 import difflib
@@ -118,6 +70,7 @@ KEYWORD = re.compile(r"(case|\$|patch|second-patch|env|files|expect-files|stdin|
 
 
 class Lines:
+    """The lines of a case file, read one at a time; pos counts those read."""
     def __init__(self, text):
         self.items, self.pos = text.split("\n"), 0
 
@@ -288,6 +241,11 @@ def to_bytes(text):
     return text.encode("latin-1")
 
 
+def file_bytes(content):
+    """A file's bytes as a case gives them: a text, or {"hex": "..."}."""
+    return bytes.fromhex(content["hex"].replace(" ", "")) if isinstance(content, dict) else to_bytes(content)
+
+
 def expected_stream(step, name):
     if name in step:
         return ("exact", to_bytes(step[name]))
@@ -337,10 +295,8 @@ class Runner:
         for path, content in files.items():
             full = os.path.join(tmp, self.substitute(path, tmp))
             os.makedirs(os.path.dirname(full), exist_ok=True)
-            data = bytes.fromhex(content["hex"].replace(" ", "")) if isinstance(content, dict) else to_bytes(
-                self.substitute(content, tmp))
             with open(full, "wb") as f:
-                f.write(data)
+                f.write(file_bytes(content if isinstance(content, dict) else self.substitute(content, tmp)))
 
     def check_files(self, files, tmp, problems):
         for path, content in files.items():
@@ -354,8 +310,7 @@ class Runner:
                 continue
             with open(full, "rb") as f:
                 actual = f.read()
-            wanted = bytes.fromhex(content["hex"].replace(" ", "")) if isinstance(content, dict) else to_bytes(content)
-            compare_stream("file " + path, ("exact", wanted), actual, problems)
+            compare_stream("file " + path, ("exact", file_bytes(content)), actual, problems)
 
     def pack(self, snapshot, tmp, name="snapshot.zifc"):
         source = os.path.join(tmp, "snapshot.json")

@@ -10,6 +10,7 @@
 #include <filesystem>
 #include <fstream>
 #include <iterator>
+#include <ostream>
 #include <string>
 #include <utility>
 #include <vector>
@@ -43,7 +44,12 @@ struct ToolRun {
    int status = -1;
    std::string out;
    std::string err;
+   bool operator==(const ToolRun &) const = default;
 };
+
+inline void PrintTo(const ToolRun &run, std::ostream *os) {
+   *os << "status " << run.status << ", out \"" << run.out << "\", err \"" << run.err << "\"";
+}
 
 struct RunOptions {
    fs::path simulator;         // ZLC_SIMULATOR for the child; unset when empty

@@ -47,9 +47,8 @@ def skip_note(message):
     print("SKIP:", message)
 
 
-def run(argv, env=None, cwd=None, stdin=subprocess.DEVNULL, timeout=60):
-    full_env = dict(os.environ)
-    full_env.pop("ZLC_SIMULATOR", None)
+def run(argv, env=None, cwd=None, stdin=subprocess.DEVNULL, timeout=60, drop=None):
+    full_env = {k: v for k, v in os.environ.items() if k not in ("ZLC_SIMULATOR", drop)}
     full_env.update(env or {})
     return subprocess.run(argv, env=full_env, cwd=cwd, stdin=stdin, stdout=subprocess.PIPE,
                           stderr=subprocess.PIPE, timeout=timeout)
@@ -71,10 +70,6 @@ class Tree:
         self.signals = optionstable.load_list(os.path.join(self.source, "apps", "zlcziftools", "world", "signals.def"),
                                               "ZIF_SIGNAL")
         self.tmp = tempfile.mkdtemp(prefix="zif-install-")
-
-    def commands(self):
-        """The command names of commands.def, in the table's order."""
-        return self.names
 
     def simulator(self):
         """A private copy of the sample snapshot to run commands on as the live host."""
@@ -102,7 +97,7 @@ def check_layout(tree):
     if sorted(os.listdir(bindir)) != ["zifcache", "zlcziftools"]:
         fail(f"bin/ holds {sorted(os.listdir(bindir))}, want only zifcache and zlcziftools")
     program = os.path.join(bindir, "zlcziftools")
-    names = tree.commands()
+    names = tree.names
     if sorted(os.listdir(linkdir)) != sorted(names):
         fail(f"libexec/zlcziftools holds {sorted(os.listdir(linkdir))}")
     for name in names:
@@ -125,7 +120,8 @@ def check_layout(tree):
     for path in ["share/man/man8/zlcziftools.8.gz", "share/man/man1/zifcache.1.gz",
                  "share/bash-completion/completions/zlcziftools",
                  "share/bash-completion/completions/zifcache",
-                 "share/hwdata/acpiHIDs.ids", "share/hwdata/acpiClasses.ids"]:
+                 "share/hwdata/acpiHIDs.ids", "share/hwdata/acpiClasses.ids",
+                 "share/doc/zlcziftools/copyright", "share/doc/zlcziftools/changelog.Debian.gz"]:
         if not os.path.isfile(os.path.join(prefix, path)):
             fail(f"{path} is not installed")
 
@@ -149,9 +145,6 @@ def check_layout(tree):
     if os.readlink(os.path.join(linkdir, "zdf")) != "../../bin/zlcziftools":
         fail("a second install did not restore a missing link")
 
-    for path in ["share/doc/zlcziftools/copyright", "share/doc/zlcziftools/changelog.Debian.gz"]:
-        if not os.path.isfile(os.path.join(prefix, path)):
-            fail(f"{path} is not installed")
     check_finds_its_data(tree, program, "the installed program")
     check_finds_its_data(tree, tree.program, "the program in the build tree")
 
@@ -292,7 +285,7 @@ def check_completion(tree):
     script = os.path.join(tree.build, "completion", "zlcziftools")
     zscript = os.path.join(tree.build, "completion", "zifcache")
     sample = tree.sample
-    names = tree.commands()
+    names = tree.names
 
     proc = run(["bash", "-c", 'source "$0"; echo "$_zlcziftools_commands"; echo "$_zlcziftools_signals"', script])
     listed = proc.stdout.decode().split("\n")
@@ -357,16 +350,6 @@ def check_completion(tree):
 # ---------------------------------------------------------------------------
 # package
 
-def pci_vendor_names(pci_ids):
-    names = {}
-    with open(pci_ids, encoding="utf-8", errors="replace") as f:
-        for line in f:
-            m = re.match(r"^([0-9a-f]{4})  (.*)$", line)
-            if m:
-                names[m.group(1)] = m.group(2).strip()
-    return names
-
-
 def check_package(tree):
     for tool in ("cpack", "dpkg-deb", "dpkg"):
         if not shutil.which(tool):
@@ -381,11 +364,11 @@ def check_package(tree):
         return
     deb = os.path.join(out, debs[0])
 
-    fields = run(["dpkg-deb", "-f", deb, "Package", "Depends"]).stdout.decode()
-    if "Package: zlcziftools" not in fields or not re.search(r"Depends:.*\bhwdata\b", fields):
+    fields = deb_fields(deb, "Package", "Depends")
+    if fields.get("Package") != "zlcziftools" or not re.search(r"\bhwdata\b", fields.get("Depends", "")):
         fail(f"package control fields: {fields}")
     contents = run(["dpkg-deb", "-c", deb]).stdout.decode()
-    for name in tree.commands():
+    for name in tree.names:
         if f"./usr/libexec/zlcziftools/{name} -> ../../bin/zlcziftools" not in contents:
             fail(f"the package lacks the link for {name}")
     if re.search(r"\./usr/bin/(?!zlcziftools$|zifcache$)\S+$", contents, re.M):
@@ -396,53 +379,12 @@ def check_package(tree):
     if proc.returncode != 0:
         fail(f"dpkg -x: {text(proc)}")
         return
-    program = os.path.join(root, "usr", "bin", "zlcziftools")
-    hwdata = os.path.join(root, "usr", "share", "hwdata")
     check_package_documents(tree, deb, root)
-    check_finds_its_data(tree, program, "the packaged program")
-
-    # The ACPI ID files come from the package: lsacpi through its link names
-    # the sample's devices from them.
-    proc = run([os.path.join(root, "usr", "libexec", "zlcziftools", "lsacpi")],
-               env={"ZLC_SIMULATOR": tree.simulator(), "ZLC_HWDATA_DIR": hwdata})
-    listing = text(proc)
-    rows = listing.splitlines()[2:]
-    if proc.returncode != 0 or not rows or all("<Unknown>" in row for row in rows):
-        fail(f"the packaged lsacpi did not name the sample's devices:\n{listing}")
-
-    # pci.ids comes from hwdata, which the package depends on.
-    system_ids = "/usr/share/hwdata/pci.ids"
-    if not os.path.isfile(system_ids):
-        skip_note("hwdata's pci.ids is not installed")
-        return
-    os.symlink(system_ids, os.path.join(hwdata, "pci.ids"))
-    env = {"ZLC_HWDATA_DIR": hwdata}
-    named = run([program, "-c", tree.sample, "lspci"], env=env)
-    numeric = run([program, "-c", tree.sample, "lspci", "-n"], env=env)
-    lines, ids = named.stdout.decode().splitlines(), numeric.stdout.decode().splitlines()
-    if not ids:
-        skip_note("the sample snapshot holds no PCI function")
-        return
-    vendors = pci_vendor_names(system_ids)
-    if named.returncode != 0 or len(lines) != len(ids):
-        fail(f"the packaged lspci failed:\n{text(named)}")
-        return
-    for line, numbers in zip(lines, ids):
-        m = re.search(r"Class [0-9a-f]{4}: ([0-9a-f]{4}):", numbers)
-        vendor = vendors.get(m.group(1)) if m else None
-        if vendor and vendor[:63] not in line:
-            fail(f"lspci from the package does not name vendor {vendor}: {line}")
+    check_finds_its_data(tree, os.path.join(root, "usr", "bin", "zlcziftools"), "the packaged program")
 
 
 # ---------------------------------------------------------------------------
 # ID files and package documents
-
-def run_searching(argv):
-    """Runs a command with ZLC_HWDATA_DIR unset: the program looks for its ID files."""
-    env = {k: v for k, v in os.environ.items() if k not in ("ZLC_HWDATA_DIR", "ZLC_SIMULATOR")}
-    return subprocess.run(argv, env=env, stdin=subprocess.DEVNULL, stdout=subprocess.PIPE,
-                          stderr=subprocess.PIPE, timeout=60)
-
 
 def check_finds_its_data(tree, program, what):
     """Without ZLC_HWDATA_DIR, lsacpi lists the sample as from our ACPI ID files and
@@ -452,7 +394,7 @@ def check_finds_its_data(tree, program, what):
         expected["lspci"] = "/usr/share/hwdata"
     for command, hwdata in expected.items():
         want = run([tree.program, "-c", tree.sample, command], env={"ZLC_HWDATA_DIR": hwdata})
-        got = run_searching([program, "-c", tree.sample, command])
+        got = run([program, "-c", tree.sample, command], drop="ZLC_HWDATA_DIR")
         if (got.returncode, got.stdout, got.stderr) != (want.returncode, want.stdout, want.stderr):
             fail(f"{what} without ZLC_HWDATA_DIR: {command} differs from the one given {hwdata}:\n"
                  f"{text(got)}\nwanted:\n{text(want)}")

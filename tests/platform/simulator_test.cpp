@@ -1,7 +1,6 @@
 // The simulator: a snapshot acting as the live kernel that keeps the clock
 // and group allocation writes for the next process, one writer at a time.
 #include "testutil.h"
-#include "tool_run.h"
 
 #include <fcntl.h>
 #include <sys/file.h>
@@ -9,11 +8,13 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <chrono>
 #include <csignal>
 #include <cstring>
 #include <filesystem>
 #include <functional>
 #include <set>
+#include <thread>
 
 using namespace ziftest;
 
@@ -170,53 +171,6 @@ TEST_F(SimulatorTest, CacheChosenFirstIsKeptByALaterInit) {
    ASSERT_EQ(ZIF_Get(ZIF_NODE_hardware_chipset_rtc.number, nullptr, &hour, sizeof hour), ZLC_OK);
    EXPECT_EQ(hour, 9);
    EXPECT_EQ(setClock({1, 2, 3, 4, 5, 6}), ZLC_SNAP_READ_ONLY);
-}
-
-// The loops of separate processes that lost one to three of eighty writes
-// when each put back the whole file it had read before another's rename.
-TEST_F(SimulatorTest, ConcurrentWritersLoseNothing) {
-   std::string path = start(R"({"records": [
-     {"node": "hardware_chipset_rtc", "fields": {"hour": 1, "minute": 2, "second": 3, "day": 4, "month": 5, "year": 2020}},
-     {"node": "sched_groups_memAllocationInMB", "keys": [102], "fields": {"min": 1, "max": 1}}],
-    "sets": [{"node": "sched_groupPathNameToID", "input": ["host/user/pool2"], "hex": "6600000000000000"}]})");
-   using Args = std::function<std::vector<std::string>(int)>;
-   const std::vector<Args> loops = {
-         [](int i) {
-            return std::vector<std::string>{"rpcfg", "-g", "host/user/pool2", "-m", std::to_string(2000 + i)};
-         },
-         [](int i) {
-            return std::vector<std::string>{"hwclock", "-t", "03:04:" + std::to_string(10 + i)};
-         },
-         [](int i) {
-            return std::vector<std::string>{"rpcfg", "-g", "host/user/pool2", "-m", std::to_string(3000 + i)};
-         }};
-   std::vector<pid_t> children;
-   for (size_t n = 0; n < loops.size(); n++) {
-      std::string scratch = dir.file("loop" + std::to_string(n));
-      std::filesystem::create_directory(scratch);
-      pid_t child = fork();
-      if (child == 0) {
-         int failed = 0;
-         for (int i = 1; i <= 40; i++) {
-            failed +=
-                  testtools::RunTool(ZLCZIFTOOLS_PATH, loops[n](i), scratch, testtools::InSimulator(path)).status != 0;
-         }
-         _exit(failed);
-      }
-      children.push_back(child);
-   }
-   for (pid_t child : children) {
-      int status = -1;
-      waitpid(child, &status, 0);
-      EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 0) << "failed commands: " << WEXITSTATUS(status);
-   }
-   restart(path);
-   EXPECT_EQ(clock(), (std::vector<int32_t>{3, 4, 50, 4, 5, 2020}));
-   // Same record: the last value of one writer or the other, never a mix.
-   auto pool2 = group(102, 2);
-   ASSERT_EQ(pool2.size(), 2u);
-   EXPECT_TRUE(pool2[0] == 2040 || pool2[0] == 3040) << pool2[0];
-   EXPECT_EQ(pool2[1], pool2[0]);
 }
 
 // Writers without a process start between their writes: the read, build and

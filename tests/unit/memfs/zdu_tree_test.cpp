@@ -188,19 +188,13 @@ protected:
 };
 
 TEST_F(ZduDepth, DefaultDepthPrintsTheOperandsEntriesThenTheOperand) {
-   const ToolRun run = Zdu({"top"});
-   EXPECT_EQ(run.out, InListingOrder("top", {{"a", blockA_}, {"sub", blockSub_}}) + blockTop_);
-   EXPECT_EQ(run.err, "");
-   EXPECT_EQ(run.status, 0);
+   EXPECT_EQ(Zdu({"top"}), (ToolRun{0, InListingOrder("top", {{"a", blockA_}, {"sub", blockSub_}}) + blockTop_, ""}));
 }
 
 TEST_F(ZduDepth, SummaryAndNonNumericDepthPrintOnlyTheOperand) {
    for (const std::vector<std::string> &args :
         {std::vector<std::string>{"-s", "top"}, {"-d", "abc", "top"}, {"-a", "-s", "top"}}) {
-      const ToolRun run = Zdu(args);
-      EXPECT_EQ(run.out, blockTop_) << args[0];
-      EXPECT_EQ(run.err, "");
-      EXPECT_EQ(run.status, 0);
+      EXPECT_EQ(Zdu(args), (ToolRun{0, blockTop_, ""})) << args[0];
    }
 }
 
@@ -208,43 +202,39 @@ TEST_F(ZduDepth, AllAndNegativeDepthPrintEveryCountedPath) {
    const std::string expected = InListingOrder("top", {{"a", blockA_}, {"sub", blockDeep_ + blockSub_}}) + blockTop_;
    for (const std::vector<std::string> &args :
         {std::vector<std::string>{"-a", "top"}, {"-d", "-1", "top"}, {"-s", "-d", "2", "top"}}) {
-      const ToolRun run = Zdu(args);
-      EXPECT_EQ(run.out, expected) << args[0];
-      EXPECT_EQ(run.status, 0);
+      EXPECT_EQ(Zdu(args), (ToolRun{0, expected, ""})) << args[0];
    }
 }
 
 TEST_F(ZduDepth, IncludeEmptyPrintsAndCountsEmptyFiles) {
-   const ToolRun run = Zdu({"-i", "top"});
    const std::string blockEmpty = Heading("top/empty") + Line("ramdisk root", 0);
-   EXPECT_EQ(run.out, InListingOrder("top", {{"a", blockA_}, {"empty", blockEmpty}, {"sub", blockSub_}}) +
-                            Heading("top") + Line("ramdisk root", 612, 3) + Line("tardisk s.v00", 300, 2));
-   EXPECT_EQ(run.status, 0);
+   EXPECT_EQ(Zdu({"-i", "top"}),
+             (ToolRun{0,
+                      InListingOrder("top", {{"a", blockA_}, {"empty", blockEmpty}, {"sub", blockSub_}}) +
+                            Heading("top") + Line("ramdisk root", 612, 3) + Line("tardisk s.v00", 300, 2),
+                      ""}));
 }
 
 TEST_F(ZduDepth, TrailingSlashGivesSingleSlashChildPaths) {
-   const ToolRun run = Zdu({"-h", "top/sub/"});
-   EXPECT_EQ(run.out,
-             "For 'top/sub/deep':\n                         tardisk s.v00:  300B\n"
-             "For 'top/sub/':\n                         tardisk s.v00:  300B\t\t(    2 inodes)\n");
-   EXPECT_EQ(run.status, 0);
+   EXPECT_EQ(Zdu({"-h", "top/sub/"}),
+             (ToolRun{0,
+                      "For 'top/sub/deep':\n                         tardisk s.v00:  300B\n"
+                      "For 'top/sub/':\n                         tardisk s.v00:  300B\t\t(    2 inodes)\n",
+                      ""}));
 }
 
 TEST_F(ZduDepth, PathsOffTheRootDeviceOrMissingCountNothing) {
    for (const char *path : {"top", "nosuch"}) {
-      const ToolRun run = Zdu({path}, path[0] == 't' ? rootDevice_ + 1 : 0);
-      EXPECT_EQ(run.out, "");
-      EXPECT_EQ(run.err, "");
-      EXPECT_EQ(run.status, 0);
+      EXPECT_EQ(Zdu({path}, path[0] == 't' ? rootDevice_ + 1 : 0), (ToolRun{0, "", ""}));
    }
 }
 
 TEST_F(ZduTree, NotCountedSizesAndEmptinessComeFromTheRecordsOwnSize) {
    Dir("d", Ramdisk("tmp", 0));
    File("d/flagged", Ramdisk("tmp", 5000, kSizeNotCounted));
-   const ToolRun run = Zdu({"d"});
-   EXPECT_EQ(run.out, Heading("d/flagged") + Line("ramdisk tmp", 0) + Heading("d") + Line("ramdisk tmp", 0, 2));
-   EXPECT_EQ(run.status, 0);
+   EXPECT_EQ(
+         Zdu({"d"}),
+         (ToolRun{0, Heading("d/flagged") + Line("ramdisk tmp", 0) + Heading("d") + Line("ramdisk tmp", 0, 2), ""}));
 }
 
 TEST_F(ZduTree, SymbolicLinksCountAsThemselvesAndAreNotEntered) {
@@ -252,9 +242,7 @@ TEST_F(ZduTree, SymbolicLinksCountAsThemselvesAndAreNotEntered) {
    Dir("d/target", Ramdisk("tmp", 0));
    File("d/target/f", Ramdisk("tmp", 7));
    Symlink("d/link", "target", Ramdisk("root", 6));
-   const ToolRun run = Zdu({"-a", "d/link"});
-   EXPECT_EQ(run.out, Heading("d/link") + Line("ramdisk root", 6));
-   EXPECT_EQ(run.status, 0);
+   EXPECT_EQ(Zdu({"-a", "d/link"}), (ToolRun{0, Heading("d/link") + Line("ramdisk root", 6), ""}));
 }
 
 TEST_F(ZduTree, DisksAgreeingInTheirFirst31CharactersShareABucket) {
@@ -262,10 +250,10 @@ TEST_F(ZduTree, DisksAgreeingInTheirFirst31CharactersShareABucket) {
    Dir("d", Ramdisk("root", 0));
    Dir("d/e", Ramdisk("ramdisk-whose-name-runs-past-31-one", 10));
    File("d/e/f", Ramdisk("ramdisk-whose-name-runs-past-31-two", 20));
-   const ToolRun run = Zdu({"-s", "d"});
-   EXPECT_EQ(run.out,
-             Heading("d") + Line("ramdisk root", 0, 1) + Line("ramdisk ramdisk-whose-name-runs-past-31", 30, 2));
-   EXPECT_EQ(run.status, 0);
+   EXPECT_EQ(
+         Zdu({"-s", "d"}),
+         (ToolRun{0, Heading("d") + Line("ramdisk root", 0, 1) + Line("ramdisk ramdisk-whose-name-runs-past-31", 30, 2),
+                  ""}));
 }
 
 TEST_F(ZduTree, DisksBeyondTheCapacityAreDroppedWithAMessage) {
@@ -275,21 +263,17 @@ TEST_F(ZduTree, DisksBeyondTheCapacityAreDroppedWithAMessage) {
    Dir("d", Ramdisk("r1", 1));
    Dir("d/x", Tardisk("t1", 2));
    File("d/x/y", Ramdisk("r2", 4));
-   const ToolRun run = Zdu({"d"});
-   EXPECT_EQ(run.out, Heading("d/x") + Line("tardisk t1", 2, 1) + Line("ramdisk r2", 4, 1) + Heading("d") +
-                            Line("ramdisk r1", 1, 1) + Line("tardisk t1", 2, 1));
-   EXPECT_EQ(run.err, "Not enough dustats buckets\n");
-   EXPECT_EQ(run.status, 0);
+   EXPECT_EQ(Zdu({"d"}), (ToolRun{0,
+                                  Heading("d/x") + Line("tardisk t1", 2, 1) + Line("ramdisk r2", 4, 1) + Heading("d") +
+                                        Line("ramdisk r1", 1, 1) + Line("tardisk t1", 2, 1),
+                                  "Not enough dustats buckets\n"}));
 }
 
 TEST_F(ZduTree, WithoutDisksThereIsNoBucketSpace) {
    tardisks_ = json::array();
    ramdisks_ = json::array();
    Dir("d", Ramdisk("root", 1));
-   const ToolRun run = Zdu({"d"});
-   EXPECT_EQ(run.out, "");
-   EXPECT_EQ(run.err, "No bucket space for 'd'\n");
-   EXPECT_EQ(run.status, 0);
+   EXPECT_EQ(Zdu({"d"}), (ToolRun{0, "", "No bucket space for 'd'\n"}));
 }
 
 TEST_F(ZduTree, AnUnreadableInodeCountsNothingBelowIt) {
@@ -297,10 +281,8 @@ TEST_F(ZduTree, AnUnreadableInodeCountsNothingBelowIt) {
    Dir("d/lost", Ramdisk("tmp", 0));
    ASSERT_TRUE(fs::create_directory(Path("d/lost/inner")));  // no record needed: never reached
    records_.erase(records_.end() - 1);                       // d/lost has no record either
-   const ToolRun run = Zdu({"d"});
-   EXPECT_EQ(run.out, Heading("d") + Line("ramdisk root", 0, 1));
-   EXPECT_EQ(run.err, "ZIF_Get error for 'd/lost' (No such node in snapshot)\n");
-   EXPECT_EQ(run.status, 0);
+   EXPECT_EQ(Zdu({"d"}), (ToolRun{0, Heading("d") + Line("ramdisk root", 0, 1),
+                                  "ZIF_Get error for 'd/lost' (No such node in snapshot)\n"}));
 }
 
 TEST_F(ZduTree, EntriesWhosePathsPass4095CharactersAreReportedAndSkipped) {
@@ -319,10 +301,8 @@ TEST_F(ZduTree, EntriesWhosePathsPass4095CharactersAreReportedAndSkipped) {
    const std::string tooLong(255, 't');
    File(path + "/" + fits, Ramdisk("root", 9));
    File(path + "/" + tooLong, Ramdisk("root", 9));
-   const ToolRun run = Zdu({"-s", "d"});
-   EXPECT_EQ(run.out, Heading("d") + Line("ramdisk root", 9, 18));
-   EXPECT_EQ(run.err, "path too long for '" + path + "' '" + tooLong + "' (4095)\n");
-   EXPECT_EQ(run.status, 0);
+   EXPECT_EQ(Zdu({"-s", "d"}), (ToolRun{0, Heading("d") + Line("ramdisk root", 9, 18),
+                                        "path too long for '" + path + "' '" + tooLong + "' (4095)\n"}));
 }
 
 }  // namespace

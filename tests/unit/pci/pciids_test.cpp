@@ -43,46 +43,35 @@ std::string BuildFrom(PciIdTable &table, const std::string &dir) {
    return fatal ? "fatal: " + fatal->Message() : result;
 }
 
-std::string Parse(std::string text, int capacity, unsigned long &id, bool &ok) {
-   char name[128] = "untouched";
-   ok = ParseIdAndName(text.data(), capacity, &id, capacity > 0 ? name : nullptr);
-   return name;
-}
-
-TEST(ParseIdAndName, ReadsTheIdAndTheNameUpToTheNewline) {
-   unsigned long id = 0;
-   bool ok = false;
-   EXPECT_EQ(Parse("  8086  Intel Corporation  \n", 64, id, ok), "Intel Corporation  ");
-   EXPECT_TRUE(ok);
-   EXPECT_EQ(id, 0x8086u);
-
-   // A name is cut to the capacity less one.
-   EXPECT_EQ(Parse("1 " + std::string(100, 'x') + "\n", 64, id, ok), std::string(63, 'x'));
-   EXPECT_TRUE(ok);
-
-   // Without a name wanted, the ID alone succeeds; an over-long ID saturates.
-   Parse("fffffffffffffffffffff\tignored", 0, id, ok);
-   EXPECT_TRUE(ok);
-   EXPECT_EQ(id, static_cast<unsigned long>(-1));
-}
-
-TEST(ParseIdAndName, FailuresBeforeTheSeparatorLeaveTheIdAndThoseAfterStoreIt) {
-   unsigned long id = 7;
-   bool ok = true;
-   // The ID directly followed by the newline: no separator, nothing stored.
-   EXPECT_EQ(Parse("8086\n", 64, id, ok), "untouched");
-   EXPECT_FALSE(ok);
-   EXPECT_EQ(id, 7u);
-   // Not a hexadecimal token.
-   Parse("12g4  name\n", 64, id, ok);
-   EXPECT_FALSE(ok);
-   Parse("\tname\n", 64, id, ok);
-   EXPECT_FALSE(ok);
-   EXPECT_EQ(id, 7u);
-   // A separator but no name: the ID is stored, the name buffer is not written.
-   EXPECT_EQ(Parse("1234 \t \n", 64, id, ok), "untouched");
-   EXPECT_FALSE(ok);
-   EXPECT_EQ(id, 0x1234u);
+// The ID and the name up to the newline; a name cut to the capacity less one,
+// none wanted with capacity 0; an over-long ID saturates. A failure before
+// the separator leaves the ID as it was, one after it stores the ID.
+TEST(ParseIdAndName, IdNameAndFailures) {
+   const struct {
+      std::string text;
+      int capacity;
+      bool ok;
+      unsigned long id;
+      std::string name;
+   } cases[] = {
+         {"  8086  Intel Corporation  \n", 64, true, 0x8086, "Intel Corporation  "},
+         {"1 " + std::string(100, 'x') + "\n", 64, true, 1, std::string(63, 'x')},
+         {"fffffffffffffffffffff\tignored", 0, true, static_cast<unsigned long>(-1), "untouched"},
+         {"10000000000000000  saturates at its last digit\n", 64, true, static_cast<unsigned long>(-1),
+          "saturates at its last digit"},
+         {"8086\n", 64, false, 7, "untouched"},
+         {"12g4  name\n", 64, false, 7, "untouched"},
+         {"\tname\n", 64, false, 7, "untouched"},
+         {"1234 \t \n", 64, false, 0x1234, "untouched"},
+   };
+   for (const auto &c : cases) {
+      std::string text = c.text;
+      char name[128] = "untouched";
+      unsigned long id = 7;
+      EXPECT_EQ(ParseIdAndName(text.data(), c.capacity, &id, c.capacity > 0 ? name : nullptr), c.ok) << c.text;
+      EXPECT_EQ(id, c.id) << c.text;
+      EXPECT_EQ(name, c.name) << c.text;
+   }
 }
 
 // A hwdata directory of ID files written by the test.
