@@ -98,7 +98,10 @@ using Namer = std::string (*)(const Context &, const zif::Keys &, bool after);
 std::string keysName(const Context &, const zif::Keys &id, bool) {
    std::string s;
    for (const zif::Key &k : id) {
-      s += (s.empty() ? "" : "/") + keyText(k);
+      if (!s.empty()) {
+         s += '/';
+      }
+      s += keyText(k);
    }
    return s;
 }
@@ -348,7 +351,7 @@ std::string plainValue(const Value &v, bool hundredths) {
 std::string spelledItem(const Context &c, const Spelled &s, const Change &change) {
    std::string item(s.prefix);
    if (s.name) {
-      item += " " + s.name(c, change.keys, true);
+      item.append(" ").append(s.name(c, change.keys, true));
    }
    std::string parts;
    for (const FieldChange &f : change.fields) {
@@ -361,8 +364,13 @@ std::string spelledItem(const Context &c, const Spelled &s, const Change &change
          part += " changed";
       } else {
          const bool hundredths = m && m->hundredths;
-         part += (part.empty() ? "" : " ") + plainValue(f.before, hundredths) + std::string(kArrow) +
-                 plainValue(f.after, hundredths) + (m && !m->unit.empty() ? " " + std::string(m->unit) : "");
+         if (!part.empty()) {
+            part += ' ';
+         }
+         part.append(plainValue(f.before, hundredths)).append(kArrow).append(plainValue(f.after, hundredths));
+         if (m && !m->unit.empty()) {
+            part.append(" ").append(m->unit);
+         }
       }
       parts += (parts.empty() ? "" : ", ") + part;
    }
@@ -392,9 +400,9 @@ std::string countPart(size_t n, std::string_view verb, const Family &f, const Co
                       bool after) {
    std::string part = std::to_string(n);
    if (!f.noun.empty()) {
-      part += " " + std::string(n == 1 ? f.noun : f.nouns);
+      part.append(" ").append(n == 1 ? f.noun : f.nouns);
    }
-   part += " " + std::string(verb);
+   part.append(" ").append(verb);
    if (f.name && !which.empty() && which.size() <= kMaxNamed) {
       std::string names;
       for (const auto &[encoded, id] : which) {
@@ -478,8 +486,9 @@ void tallyList(const Family &f, const Change &change, Tally &t) {
 void tallyMember(const Family &f, const Context &c, const Change &change, Tally &t) {
    const bool contentOnly = change.what == What::Changed && change.statusBefore == change.statusAfter;
    if (contentOnly && change.node == "hardware_chipset_rtc") {
-      t.spelled.push_back("clock: " + clockText(recordOf(c.before, change.node, change.keys)) + std::string(kArrow) +
-                          clockText(recordOf(c.after, change.node, change.keys)));
+      std::string clock = "clock: ";
+      clock.append(clockText(recordOf(c.before, change.node, change.keys))).append(kArrow);
+      t.spelled.push_back(clock.append(clockText(recordOf(c.after, change.node, change.keys))));
       return;
    }
    for (const Spelled &s : kSpelled) {
