@@ -56,7 +56,7 @@ import os
 import sys
 
 # The layout every JSON file of the tree is written in.
-sys.path.insert(0, os.path.join(os.path.dirname(os.path.abspath(__file__)), "..", "tests", "harness"))
+sys.path.insert(0, os.path.dirname(os.path.abspath(__file__)))
 from format_json import layout  # noqa: E402
 
 ROOT = os.path.dirname(os.path.dirname(os.path.abspath(__file__)))
