@@ -55,7 +55,8 @@ TEST(Zifcache, PackDumpPackCheck) {
    Outcome dump = zifcache("dump " + dir.file("one.zifc"));
    ASSERT_EQ(dump.status, 0) << dump.output;
    EXPECT_NE(dump.output.find("\"host\":\"esx1\""), std::string::npos) << dump.output;
-   EXPECT_NE(dump.output.find("{\"node\":\"world_name\",\"keys\":[1],\"text\":\"idle\"}"), std::string::npos);
+   EXPECT_NE(dump.output.find("{\"node\":\"world_name\",\"keys\":[1],\"fields\":{\"name\":\"idle\"}}"),
+             std::string::npos);
    writeText(dir.file("dump.json"), dump.output);
    ASSERT_EQ(zifcache("pack " + dir.file("dump.json") + " " + dir.file("two.zifc")).status, 0);
    EXPECT_EQ(readBytes(dir.file("one.zifc")), readBytes(dir.file("two.zifc")));
