@@ -5,6 +5,7 @@
 #include "file_layout.h"
 
 #include <algorithm>
+#include <bit>
 #include <memory>
 
 namespace zif {
@@ -223,6 +224,8 @@ ZLC_ReturnStatus Reader::open(ByteSource &source, Problem *problem) {
    names_.clear();
    verified_.clear();
    groups_.clear();
+   std::fill(std::begin(recent_), std::end(recent_), RecentGroup());
+   recentNext_ = 0;
 
    FileHeader header;
    if (ZLC_ReturnStatus s = readHeader(source, header, problem); s != ZLC_OK) {
@@ -237,6 +240,7 @@ ZLC_ReturnStatus Reader::open(ByteSource &source, Problem *problem) {
       return fail(problem, ZLC_SNAP_CANNOT_OPEN, "cannot map the index", 0);
    }
    head_ = *head;
+   source.willReadAll(0, head_.size());
    signature_ = header.signature;
 
    if (ZLC_ReturnStatus s = verifySmallSections(head_, header, problem); s != ZLC_OK) {
@@ -258,7 +262,7 @@ ZLC_ReturnStatus Reader::open(ByteSource &source, Problem *problem) {
       return s;
    }
    count_ = section(SectionId::Index).size() / kIndexEntrySize;
-   verified_.assign(count_, 0);
+   verified_.assign((count_ + 63) / 64, 0);
    if (problem) {
       *problem = {};
    }
@@ -316,16 +320,36 @@ std::string_view Reader::keyText(size_t i) const {
    return asText(section(SectionId::Keys).subspan(offset, length));
 }
 
-std::optional<size_t> Reader::find(EntryKind kind, std::string_view node, std::string_view key) const {
+Reader::Group *Reader::findGroup(EntryKind kind, std::string_view node) const {
+   if (kind == EntryKind::DevInfo) {
+      node = {};
+   }
+   for (const RecentGroup &r : recent_) {
+      if (r.group && r.kind == kind && r.node == node) {
+         return r.group;
+      }
+   }
    uint32_t id = kNoNode;
    if (kind != EntryKind::DevInfo) {
       auto it = std::lower_bound(names_.begin(), names_.end(), node);
       if (it == names_.end() || *it != node) {
-         return std::nullopt;
+         return nullptr;
       }
       id = static_cast<uint32_t>(it - names_.begin());
+      node = *it;  // the file's copy, which outlives the caller's
    }
    Group &g = group(kind, id);
+   recent_[recentNext_] = {kind, node, &g};
+   recentNext_ = (recentNext_ + 1) % kRecentGroups;
+   return &g;
+}
+
+std::optional<size_t> Reader::find(EntryKind kind, std::string_view node, std::string_view key) const {
+   Group *in = findGroup(kind, node);
+   if (!in) {
+      return std::nullopt;
+   }
+   Group &g = *in;
    // The entry after the last one found, or that one again (several worlds
    // of one cartel read the cartel's records in turn).
    if (g.next < g.last && keyText(g.next) == key) {
@@ -353,17 +377,26 @@ std::optional<size_t> Reader::findOutOfOrder(Group &g, std::string_view key) con
    // builds one.
    constexpr unsigned kLookupsBeforeHashing = 16;
    if (g.byKey.empty() && g.last - g.first > kLookupsBeforeHashing && ++g.lookups > kLookupsBeforeHashing) {
-      g.byKey.reserve(g.last - g.first);
+      // At most half full. Entry indexes fit in 32 bits: each takes 40 bytes
+      // of an index that a 32-bit key offset addresses.
+      const size_t slots = std::bit_ceil(2 * (g.last - g.first));
+      g.byKey.assign(slots, 0);
       for (size_t i = g.first; i < g.last; i++) {
-         g.byKey.emplace(keyText(i), i);
+         size_t slot = hashOf(asBytes(keyText(i))) & (slots - 1);
+         while (g.byKey[slot] != 0) {
+            slot = (slot + 1) & (slots - 1);
+         }
+         g.byKey[slot] = static_cast<uint32_t>(i + 1);
       }
    }
    if (!g.byKey.empty()) {
-      auto it = g.byKey.find(key);
-      if (it == g.byKey.end()) {
-         return std::nullopt;
+      const size_t mask = g.byKey.size() - 1;
+      for (size_t slot = hashOf(asBytes(key)) & mask; g.byKey[slot] != 0; slot = (slot + 1) & mask) {
+         if (keyText(g.byKey[slot] - 1) == key) {
+            return g.byKey[slot] - 1;
+         }
       }
-      return it->second;
+      return std::nullopt;
    }
    size_t lo = g.first, hi = g.last;
    while (lo < hi) {
@@ -389,13 +422,14 @@ ZLC_ReturnStatus Reader::payload(size_t i, std::span<const uint8_t> &out, Proble
    if (ZLC_ReturnStatus s = data(e.dataOffset, e.dataLength, out); s != ZLC_OK) {
       return fail(problem, s, "cannot map the data of entry " + std::to_string(i), sectionOffset(SectionId::Data));
    }
-   if (!verified_[i]) {
+   const uint64_t bit = uint64_t{1} << (i % 64);
+   if (!(verified_[i / 64] & bit)) {
       if (hashOf(out) != e.checksum) {
          out = {};
          return fail(problem, ZLC_SNAP_CORRUPT, "checksum mismatch in the data of entry " + std::to_string(i),
                      sectionOffset(SectionId::Data) + e.dataOffset);
       }
-      verified_[i] = 1;
+      verified_[i / 64] |= bit;
    }
    return ZLC_OK;
 }
