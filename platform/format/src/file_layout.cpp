@@ -67,16 +67,7 @@ private:
 // bytes sort in numeric order: a walk over a node in instance order then
 // reads the index front to back.
 constexpr uint64_t kKeySignBit = uint64_t{1} << 63;
-constexpr size_t kIntKeySize = 8;
-
-int64_t getIntKey(const uint8_t *p) {
-   uint64_t v;
-   std::memcpy(&v, p, sizeof v);
-   if constexpr (std::endian::native == std::endian::little) {
-      v = __builtin_bswap64(v);
-   }
-   return static_cast<int64_t>(v ^ kKeySignBit);
-}
+constexpr size_t kIntKeySize = KeyReader::kIntSize;
 
 // Walks encoded keys, handing each to add(type, number, text); false at the
 // first malformed key.
@@ -133,32 +124,6 @@ std::string encodeKeys(const Keys &keys) {
    return out;
 }
 
-bool KeyReader::next(KeyType &type, int64_t &number, std::string_view &text) {
-   if (pos_ >= bytes_.size() || malformed_) {
-      return false;
-   }
-   const uint8_t t = bytes_[pos_];
-   const size_t left = bytes_.size() - pos_ - 1;
-   number = 0;
-   text = {};
-   if (t == static_cast<uint8_t>(KeyType::Int) && left >= kIntKeySize) {
-      number = getIntKey(bytes_.data() + pos_ + 1);
-      pos_ += 1 + kIntKeySize;
-   } else if (t == static_cast<uint8_t>(KeyType::Text) && left >= 4 &&
-              file::getU32(bytes_.data() + pos_ + 1) <= left - 4) {
-      const uint32_t n = file::getU32(bytes_.data() + pos_ + 1);
-      text = file::asText(bytes_.subspan(pos_ + 5, n));
-      pos_ += 5 + n;
-   } else if (t == static_cast<uint8_t>(KeyType::Null)) {
-      pos_ += 1;
-   } else {
-      malformed_ = true;
-      return false;
-   }
-   type = static_cast<KeyType>(t);
-   return true;
-}
-
 bool decodeKeys(std::span<const uint8_t> bytes, Keys &out) {
    out.clear();
    return walkKeys(bytes, [&out](KeyType type, int64_t number, std::string_view text) {
@@ -168,14 +133,7 @@ bool decodeKeys(std::span<const uint8_t> bytes, Keys &out) {
    });
 }
 
-namespace file {
-
-bool countKeys(std::span<const uint8_t> bytes, size_t &count) {
-   count = 0;
-   return walkKeys(bytes, [&count](KeyType, int64_t, std::string_view) { ++count; });
-}
-
-}  // namespace file
+namespace file {}  // namespace file
 
 namespace file {
 
@@ -245,13 +203,6 @@ std::array<uint8_t, kIndexEntrySize> encodeIndexEntry(const IndexEntry &e) {
    putU32At(b.data() + indexField::kStatus, e.status);
    putU64At(b.data() + indexField::kChecksum, e.checksum);
    return b;
-}
-
-bool indexEntryFramed(const uint8_t *p) {
-   const uint8_t kind = p[indexField::kKind];
-   const bool known = kind >= static_cast<uint8_t>(EntryKind::List) && kind <= static_cast<uint8_t>(EntryKind::SetAny);
-   const uint8_t *reserved = p + indexField::kReserved;
-   return known && reserved[0] == 0 && reserved[1] == 0 && reserved[2] == 0;
 }
 
 // ---- names ----

@@ -159,7 +159,7 @@ bool entryContentValid(const IndexEntry &e, std::span<const uint8_t> key) {
 bool entryFollows(const IndexEntry &prev, std::span<const uint8_t> prevKey, const IndexEntry &e,
                   std::span<const uint8_t> key) {
    const uint64_t a = indexGroup(prev.kind, prev.nameId), b = indexGroup(e.kind, e.nameId);
-   return a < b || (a == b && asText(prevKey) < asText(key));
+   return a < b || (a == b && keyBytesLess(prevKey, key));
 }
 
 ZLC_ReturnStatus checkIndex(std::span<const uint8_t> index, uint64_t offset, const IndexBounds &bounds,

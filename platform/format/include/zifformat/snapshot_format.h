@@ -59,14 +59,49 @@ bool decodeKeys(std::span<const uint8_t> bytes, Keys &out);
 size_t encodedKeySize(KeyType type, std::string_view text);
 size_t encodeKey(uint8_t *out, KeyType type, int64_t number, std::string_view text);
 
-// Encoded keys read one at a time, building nothing.
+// Encoded keys read one at a time, building nothing. The one reader of the
+// encoding: the index check at open runs it over every key of a file.
 class KeyReader {
 public:
    explicit KeyReader(std::span<const uint8_t> bytes) : bytes_(bytes) {}
    // The next key (a text as a view of the bytes); false at the end, or at a
    // malformed key, after which malformed() is true.
-   bool next(KeyType &type, int64_t &number, std::string_view &text);
+   bool next(KeyType &type, int64_t &number, std::string_view &text) {
+      if (pos_ >= bytes_.size() || malformed_) {
+         return false;
+      }
+      const uint8_t *p = bytes_.data() + pos_;
+      const size_t left = bytes_.size() - pos_ - 1;
+      number = 0;
+      text = {};
+      if (p[0] == static_cast<uint8_t>(KeyType::Int) && left >= kIntSize) {
+         // Big-endian with the sign bit flipped, so that keys sort as numbers.
+         uint64_t v = 0;
+         for (size_t i = 1; i <= kIntSize; i++) {
+            v = (v << 8) | p[i];
+         }
+         number = static_cast<int64_t>(v ^ (uint64_t{1} << 63));
+         pos_ += 1 + kIntSize;
+      } else if (p[0] == static_cast<uint8_t>(KeyType::Text) && left >= 4) {
+         const uint32_t n = uint32_t{p[1]} | uint32_t{p[2]} << 8 | uint32_t{p[3]} << 16 | uint32_t{p[4]} << 24;
+         if (n > left - 4) {
+            malformed_ = true;
+            return false;
+         }
+         text = {reinterpret_cast<const char *>(p + 5), n};
+         pos_ += 5 + size_t{n};
+      } else if (p[0] == static_cast<uint8_t>(KeyType::Null)) {
+         pos_ += 1;
+      } else {
+         malformed_ = true;
+         return false;
+      }
+      type = static_cast<KeyType>(p[0]);
+      return true;
+   }
    bool malformed() const { return malformed_; }
+
+   static constexpr size_t kIntSize = 8;
 
 private:
    std::span<const uint8_t> bytes_;
