@@ -63,12 +63,17 @@ bool isPlainText(std::span<const uint8_t> bytes) {
                       [](uint8_t c) { return (c >= 0x20 && c < 0x7f) || c == '\t' || c == '\n'; });
 }
 
-// A record that is text with one final NUL: the text.
+// A record that is text followed by zeros (a text and its NUL, or as the
+// writer stores it, the text alone): the text.
 std::optional<std::string> recordText(std::span<const uint8_t> bytes) {
-   if (bytes.empty() || bytes.back() != 0 || !isPlainText(bytes.first(bytes.size() - 1))) {
+   size_t n = bytes.size();
+   while (n > 0 && bytes[n - 1] == 0) {
+      n--;
+   }
+   if (!isPlainText(bytes.first(n))) {
       return std::nullopt;
    }
-   return std::string(bytes.begin(), bytes.end() - 1);
+   return std::string(bytes.begin(), bytes.begin() + static_cast<ptrdiff_t>(n));
 }
 
 Value textValue(std::string text) {
@@ -134,7 +139,9 @@ Value integerValue(zif::FieldKind kind, uint64_t raw, size_t width) {
 
 void diffLaidOut(const zif::RecordLayout &layout, std::span<const uint8_t> a, std::span<const uint8_t> b,
                  std::vector<FieldChange> &out) {
-   const size_t length = std::max(a.size(), b.size());
+   // Both zero-extended to the layout's length at least, so that a record
+   // stored without its trailing zeros reads as the same record.
+   const size_t length = std::max({a.size(), b.size(), size_t{layout.length}});
    std::vector<bool> named(length, false);
    for (const zif::FieldLayout &f : layout.fields) {
       const size_t from = std::min<size_t>(f.offset, length), to = std::min<size_t>(size_t{f.offset} + f.width, length);

@@ -67,34 +67,53 @@ private:
 // bytes sort in numeric order: a walk over a node in instance order then
 // reads the index front to back.
 constexpr uint64_t kKeySignBit = uint64_t{1} << 63;
-constexpr size_t kIntKeySize = 8;
+constexpr size_t kIntKeySize = KeyReader::kIntSize;
 
-void putIntKey(std::string &out, int64_t number) {
-   const uint64_t v = static_cast<uint64_t>(number) ^ kKeySignBit;
-   for (int i = static_cast<int>(kIntKeySize) - 1; i >= 0; i--) {
-      out.push_back(static_cast<char>(v >> (8 * i)));
+// Walks encoded keys, handing each to add(type, number, text); false at the
+// first malformed key.
+template <typename Add>
+bool walkKeys(std::span<const uint8_t> bytes, Add &&add) {
+   KeyReader reader(bytes);
+   KeyType type;
+   int64_t number;
+   std::string_view text;
+   while (reader.next(type, number, text)) {
+      add(type, number, text);
    }
-}
-
-int64_t getIntKey(const uint8_t *p) {
-   uint64_t v = 0;
-   for (size_t i = 0; i < kIntKeySize; i++) {
-      v = (v << 8) | p[i];
-   }
-   return static_cast<int64_t>(v ^ kKeySignBit);
+   return !reader.malformed();
 }
 
 }  // namespace
 
 // ---- keys ----
 
-void appendKey(std::string &out, KeyType type, int64_t number, std::string_view text) {
-   out.push_back(static_cast<char>(type));
+size_t encodedKeySize(KeyType type, std::string_view text) {
+   return 1 + (type == KeyType::Int ? kIntKeySize : type == KeyType::Text ? 4 + text.size() : 0);
+}
+
+size_t encodeKey(uint8_t *out, KeyType type, int64_t number, std::string_view text) {
+   out[0] = static_cast<uint8_t>(type);
    if (type == KeyType::Int) {
-      putIntKey(out, number);
-   } else if (type == KeyType::Text) {
-      putString(out, text);
+      const uint64_t v = static_cast<uint64_t>(number) ^ kKeySignBit;
+      for (size_t i = 0; i < kIntKeySize; i++) {
+         out[1 + i] = static_cast<uint8_t>(v >> (8 * (kIntKeySize - 1 - i)));
+      }
+      return 1 + kIntKeySize;
    }
+   if (type == KeyType::Text) {
+      file::putU32At(out + 1, static_cast<uint32_t>(text.size()));
+      if (!text.empty()) {
+         std::memcpy(out + 5, text.data(), text.size());
+      }
+      return 5 + text.size();
+   }
+   return 1;
+}
+
+void appendKey(std::string &out, KeyType type, int64_t number, std::string_view text) {
+   const size_t at = out.size();
+   out.resize(at + encodedKeySize(type, text));
+   encodeKey(reinterpret_cast<uint8_t *>(out.data() + at), type, number, text);
 }
 
 std::string encodeKeys(const Keys &keys) {
@@ -105,40 +124,6 @@ std::string encodeKeys(const Keys &keys) {
    return out;
 }
 
-namespace {
-
-// Walks encoded keys, handing each to add(type, number, text); false at the
-// first malformed key.
-template <typename Add>
-bool walkKeys(std::span<const uint8_t> bytes, Add &&add) {
-   size_t pos = 0;
-   while (pos < bytes.size()) {
-      uint8_t type = bytes[pos++];
-      Cursor c(bytes.subspan(pos));
-      if (type == static_cast<uint8_t>(KeyType::Int)) {
-         if (c.left() < kIntKeySize) {
-            return false;
-         }
-         add(KeyType::Int, getIntKey(bytes.data() + pos), std::string_view());
-         c.skip(kIntKeySize);
-      } else if (type == static_cast<uint8_t>(KeyType::Text)) {
-         std::string_view s;
-         if (!c.text(s)) {
-            return false;
-         }
-         add(KeyType::Text, 0, s);
-      } else if (type == static_cast<uint8_t>(KeyType::Null)) {
-         add(KeyType::Null, 0, std::string_view());
-      } else {
-         return false;
-      }
-      pos += c.pos();
-   }
-   return true;
-}
-
-}  // namespace
-
 bool decodeKeys(std::span<const uint8_t> bytes, Keys &out) {
    out.clear();
    return walkKeys(bytes, [&out](KeyType type, int64_t number, std::string_view text) {
@@ -148,14 +133,7 @@ bool decodeKeys(std::span<const uint8_t> bytes, Keys &out) {
    });
 }
 
-namespace file {
-
-bool countKeys(std::span<const uint8_t> bytes, size_t &count) {
-   count = 0;
-   return walkKeys(bytes, [&count](KeyType, int64_t, std::string_view) { ++count; });
-}
-
-}  // namespace file
+namespace file {}  // namespace file
 
 namespace file {
 
@@ -225,13 +203,6 @@ std::array<uint8_t, kIndexEntrySize> encodeIndexEntry(const IndexEntry &e) {
    putU32At(b.data() + indexField::kStatus, e.status);
    putU64At(b.data() + indexField::kChecksum, e.checksum);
    return b;
-}
-
-bool indexEntryFramed(const uint8_t *p) {
-   const uint8_t kind = p[indexField::kKind];
-   const bool known = kind >= static_cast<uint8_t>(EntryKind::List) && kind <= static_cast<uint8_t>(EntryKind::SetAny);
-   const uint8_t *reserved = p + indexField::kReserved;
-   return known && reserved[0] == 0 && reserved[1] == 0 && reserved[2] == 0;
 }
 
 // ---- names ----

@@ -7,6 +7,7 @@
 
 #include "zifformat/snapshot_format.h"
 
+#include <algorithm>
 #include <array>
 #include <bit>
 #include <cstdint>
@@ -151,7 +152,12 @@ inline IndexEntry decodeIndexEntry(const uint8_t *p) {
 }
 
 // A known kind and zero reserved bytes.
-bool indexEntryFramed(const uint8_t *p);
+inline bool indexEntryFramed(const uint8_t *p) {
+   const uint8_t kind = p[indexField::kKind];
+   const bool known = kind >= static_cast<uint8_t>(EntryKind::List) && kind <= static_cast<uint8_t>(EntryKind::SetAny);
+   const uint8_t *reserved = p + indexField::kReserved;
+   return known && reserved[0] == 0 && reserved[1] == 0 && reserved[2] == 0;
+}
 
 // The (kind, node) group of an entry as one number that sorts as the index does.
 inline uint64_t indexGroup(const uint8_t *p) {
@@ -169,7 +175,43 @@ inline std::pair<uint32_t, uint32_t> indexKeyRange(const uint8_t *p) {
 
 // The number of keys in an encoded key string, without building them; false
 // when it is malformed (as decodeKeys is).
-bool countKeys(std::span<const uint8_t> bytes, size_t &count);
+inline bool countKeys(std::span<const uint8_t> bytes, size_t &count) {
+   count = 0;
+   KeyReader reader(bytes);
+   KeyType type;
+   int64_t number;
+   std::string_view text;
+   while (reader.next(type, number, text)) {
+      count++;
+   }
+   return !reader.malformed();
+}
+
+// Whether key bytes a sort before b (bytes compared as unsigned, a prefix
+// first), eight bytes at a time: the index check compares every pair of
+// neighbours.
+inline bool keyBytesLess(std::span<const uint8_t> a, std::span<const uint8_t> b) {
+   const size_t n = std::min(a.size(), b.size());
+   size_t i = 0;
+   for (; i + 8 <= n; i += 8) {
+      uint64_t x, y;
+      std::memcpy(&x, a.data() + i, 8);
+      std::memcpy(&y, b.data() + i, 8);
+      if (x != y) {
+         if constexpr (std::endian::native == std::endian::little) {
+            x = __builtin_bswap64(x);
+            y = __builtin_bswap64(y);
+         }
+         return x < y;
+      }
+   }
+   for (; i < n; i++) {
+      if (a[i] != b[i]) {
+         return a[i] < b[i];
+      }
+   }
+   return a.size() < b.size();
+}
 
 // ---- names section: u32 count, then per name u32 length and bytes ----
 

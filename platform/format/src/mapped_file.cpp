@@ -108,6 +108,24 @@ std::optional<std::span<const uint8_t>> MappedFile::view(uint64_t offset, uint64
    return window->subspan(offset - start, length);
 }
 
+void MappedFile::willReadAll(uint64_t offset, uint64_t length) {
+#ifdef MADV_POPULATE_READ
+   auto bytes = view(offset, length);
+   if (!bytes || bytes->empty()) {
+      return;
+   }
+   // One call maps every page of the range, which costs a fraction of a
+   // fault per page; a kernel without it just leaves the faults to come.
+   static const auto page = static_cast<uintptr_t>(sysconf(_SC_PAGESIZE));
+   const uintptr_t start = reinterpret_cast<uintptr_t>(bytes->data()) / page * page;
+   const uintptr_t end = reinterpret_cast<uintptr_t>(bytes->data()) + bytes->size();
+   madvise(reinterpret_cast<void *>(start), end - start, MADV_POPULATE_READ);
+#else
+   (void)offset;
+   (void)length;
+#endif
+}
+
 namespace {
 
 class FdSink : public Sink {

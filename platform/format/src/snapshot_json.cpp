@@ -568,12 +568,31 @@ bool isPlainText(std::span<const uint8_t> bytes) {
    return true;
 }
 
-// The fields form of a record when it reproduces the bytes exactly.
-std::optional<ojson> fieldsOf(const std::string &node, std::span<const uint8_t> bytes) {
-   const RecordLayout *layout = findLayout(node);
-   if (!layout || bytes.size() != layout->length) {
+// A record that packs from "text": the text and its NUL, or the text alone
+// as the writer stores it (without the trailing zero).
+std::optional<std::string_view> recordText(std::span<const uint8_t> bytes) {
+   if (!bytes.empty() && bytes.back() == 0) {
+      bytes = bytes.first(bytes.size() - 1);
+   } else if (bytes.empty()) {
       return std::nullopt;
    }
+   if (!isPlainText(bytes)) {
+      return std::nullopt;
+   }
+   return std::string_view(reinterpret_cast<const char *>(bytes.data()), bytes.size());
+}
+
+// The fields form of a record when it reproduces the bytes exactly. A record
+// shorter than its layout (stored without its trailing zeros) is read as the
+// layout's length, zero-extended.
+std::optional<ojson> fieldsOf(const std::string &node, std::span<const uint8_t> stored) {
+   const RecordLayout *layout = findLayout(node);
+   if (!layout || stored.size() > layout->length) {
+      return std::nullopt;
+   }
+   std::vector<uint8_t> record(stored.begin(), stored.end());
+   record.resize(layout->length, 0);
+   const std::span<const uint8_t> bytes = record;
    ojson fields = ojson::object();
    for (const FieldLayout &f : layout->fields) {
       if (!fieldFits(*layout, f) || fields.contains(std::string(f.name))) {
@@ -605,7 +624,7 @@ std::optional<ojson> fieldsOf(const std::string &node, std::span<const uint8_t> 
    // Accept only when encoding the fields gives back the very same bytes.
    try {
       json plain = json::parse(fields.dump());
-      if (encodeFields(node, plain, "") != std::vector<uint8_t>(bytes.begin(), bytes.end())) {
+      if (encodeFields(node, plain, "") != record) {
          return std::nullopt;
       }
    } catch (const FormatError &) {
@@ -668,9 +687,8 @@ std::string dumpJson(const Snapshot &snapshot) {
          } else if (e.kind == EntryKind::Record) {
             if (auto fields = fieldsOf(e.node, e.bytes)) {
                j["fields"] = *fields;
-            } else if (!e.bytes.empty() && e.bytes.back() == 0 &&
-                       isPlainText(std::span<const uint8_t>(e.bytes).first(e.bytes.size() - 1))) {
-               j["text"] = std::string(e.bytes.begin(), e.bytes.end() - 1);
+            } else if (auto text = recordText(e.bytes)) {
+               j["text"] = std::string(*text);
             } else {
                j["hex"] = toHex(e.bytes, true);
             }

@@ -5,7 +5,10 @@
 #include "file_layout.h"
 
 #include <algorithm>
+#include <bit>
 #include <memory>
+#include <new>
+#include <optional>
 
 namespace zif {
 namespace {
@@ -97,13 +100,13 @@ ZLC_ReturnStatus readHeader(ByteSource &source, FileHeader &header, Problem *pro
    return checkSectionTable(header, problem);
 }
 
-// The checksums of the sections before the data, all of which head holds.
-ZLC_ReturnStatus verifySmallSections(std::span<const uint8_t> head, const FileHeader &header, Problem *problem) {
-   for (SectionId id : {SectionId::Names, SectionId::Index, SectionId::Keys, SectionId::Meta}) {
-      const SectionEntry &s = header.sections[static_cast<size_t>(id)];
-      if (hashOf(head.subspan(s.offset, s.size)) != s.checksum) {
-         return fail(problem, ZLC_SNAP_CORRUPT, std::string(sectionName(id)) + " section checksum mismatch", s.offset);
-      }
+// The checksum of a section before the data, all of which head holds; the
+// digest when it is already known.
+ZLC_ReturnStatus verifySection(std::span<const uint8_t> head, const FileHeader &header, SectionId id,
+                               std::optional<uint64_t> digest, Problem *problem) {
+   const SectionEntry &s = header.sections[static_cast<size_t>(id)];
+   if ((digest ? *digest : hashOf(head.subspan(s.offset, s.size))) != s.checksum) {
+      return fail(problem, ZLC_SNAP_CORRUPT, std::string(sectionName(id)) + " section checksum mismatch", s.offset);
    }
    return ZLC_OK;
 }
@@ -158,39 +161,72 @@ bool entryContentValid(const IndexEntry &e, std::span<const uint8_t> key) {
 bool entryFollows(const IndexEntry &prev, std::span<const uint8_t> prevKey, const IndexEntry &e,
                   std::span<const uint8_t> key) {
    const uint64_t a = indexGroup(prev.kind, prev.nameId), b = indexGroup(e.kind, e.nameId);
-   return a < b || (a == b && asText(prevKey) < asText(key));
-}
-
-ZLC_ReturnStatus checkIndex(std::span<const uint8_t> index, uint64_t offset, const IndexBounds &bounds,
-                            Problem *problem) {
-   if (index.size() % kIndexEntrySize != 0) {
-      return fail(problem, ZLC_SNAP_CORRUPT, "bad index size", offset);
-   }
-   uint64_t keyPos = 0, dataPos = 0;
-   IndexEntry prev{};
-   for (size_t i = 0; i < index.size() / kIndexEntrySize; i++) {
-      const uint8_t *p = index.data() + i * kIndexEntrySize;
-      const IndexEntry e = decodeIndexEntry(p);
-      bool ok = entryFramed(p, e, bounds, keyPos, dataPos) &&
-                entryContentValid(e, bounds.keys.subspan(e.keyOffset, e.keyLength));
-      if (ok && i > 0) {
-         ok = entryFollows(prev, bounds.keys.subspan(prev.keyOffset, prev.keyLength), e,
-                           bounds.keys.subspan(e.keyOffset, e.keyLength));
-      }
-      if (!ok) {
-         return fail(problem, ZLC_SNAP_CORRUPT, "bad index entry " + std::to_string(i), offset + i * kIndexEntrySize);
-      }
-      keyPos += e.keyLength;
-      dataPos += e.dataLength;
-      prev = e;
-   }
-   if (keyPos != bounds.keys.size() || dataPos != bounds.dataSize) {
-      return fail(problem, ZLC_SNAP_CORRUPT, "index does not cover the keys and data sections", offset);
-   }
-   return ZLC_OK;
+   return a < b || (a == b && keyBytesLess(prevKey, key));
 }
 
 using HashState = std::unique_ptr<XXH3_state_t, decltype(&XXH3_freeState)>;
+
+// The checksums of the index and keys sections, computed as the index walk
+// goes so that each piece is read from memory once.
+struct IndexDigests {
+   uint64_t index = 0, keys = 0;
+};
+
+// Walks the index; the first fault goes to problem, and the digests of both
+// sections are computed all the same.
+ZLC_ReturnStatus checkIndex(std::span<const uint8_t> index, uint64_t offset, const IndexBounds &bounds,
+                            Problem *problem, IndexDigests &digests) {
+   HashState indexHash(XXH3_createState(), &XXH3_freeState), keysHash(XXH3_createState(), &XXH3_freeState);
+   if (!indexHash || !keysHash) {
+      throw std::bad_alloc();
+   }
+   XXH3_64bits_reset(indexHash.get());
+   XXH3_64bits_reset(keysHash.get());
+   ZLC_ReturnStatus status = ZLC_OK;
+   if (index.size() % kIndexEntrySize != 0) {
+      status = fail(problem, ZLC_SNAP_CORRUPT, "bad index size", offset);
+   }
+   constexpr size_t kPiece = 4096;  // entries hashed, then walked, at a time
+   const size_t count = index.size() / kIndexEntrySize;
+   uint64_t keyPos = 0, dataPos = 0, keysHashed = 0;
+   IndexEntry prev{};
+   for (size_t first = 0; first < count || first == 0; first += kPiece) {
+      const size_t last = std::min(count, first + kPiece);
+      const size_t bytes = last == count ? index.size() - first * kIndexEntrySize : (last - first) * kIndexEntrySize;
+      XXH3_64bits_update(indexHash.get(), index.data() + first * kIndexEntrySize, bytes);
+      for (size_t i = first; i < last && status == ZLC_OK; i++) {
+         const uint8_t *p = index.data() + i * kIndexEntrySize;
+         const IndexEntry e = decodeIndexEntry(p);
+         bool ok = entryFramed(p, e, bounds, keyPos, dataPos) &&
+                   entryContentValid(e, bounds.keys.subspan(e.keyOffset, e.keyLength));
+         if (ok && i > 0) {
+            ok = entryFollows(prev, bounds.keys.subspan(prev.keyOffset, prev.keyLength), e,
+                              bounds.keys.subspan(e.keyOffset, e.keyLength));
+         }
+         if (!ok) {
+            status =
+                  fail(problem, ZLC_SNAP_CORRUPT, "bad index entry " + std::to_string(i), offset + i * kIndexEntrySize);
+            break;
+         }
+         keyPos += e.keyLength;
+         dataPos += e.dataLength;
+         prev = e;
+      }
+      if (status == ZLC_OK) {
+         XXH3_64bits_update(keysHash.get(), bounds.keys.data() + keysHashed, keyPos - keysHashed);
+         keysHashed = keyPos;
+      }
+      if (count == 0) {
+         break;
+      }
+   }
+   XXH3_64bits_update(keysHash.get(), bounds.keys.data() + keysHashed, bounds.keys.size() - keysHashed);
+   digests = {XXH3_64bits_digest(indexHash.get()), XXH3_64bits_digest(keysHash.get())};
+   if (status == ZLC_OK && (keyPos != bounds.keys.size() || dataPos != bounds.dataSize)) {
+      status = fail(problem, ZLC_SNAP_CORRUPT, "index does not cover the keys and data sections", offset);
+   }
+   return status;
+}
 
 }  // namespace
 
@@ -223,6 +259,8 @@ ZLC_ReturnStatus Reader::open(ByteSource &source, Problem *problem) {
    names_.clear();
    verified_.clear();
    groups_.clear();
+   std::fill(std::begin(recent_), std::end(recent_), RecentGroup());
+   recentNext_ = 0;
 
    FileHeader header;
    if (ZLC_ReturnStatus s = readHeader(source, header, problem); s != ZLC_OK) {
@@ -237,20 +275,41 @@ ZLC_ReturnStatus Reader::open(ByteSource &source, Problem *problem) {
       return fail(problem, ZLC_SNAP_CANNOT_OPEN, "cannot map the index", 0);
    }
    head_ = *head;
+   source.willReadAll(0, head_.size());
    signature_ = header.signature;
 
-   if (ZLC_ReturnStatus s = verifySmallSections(head_, header, problem); s != ZLC_OK) {
+   // The checksums of names, index, keys and meta, then the names, the index
+   // walk and the meta, in that order; the walk computes the index's and the
+   // keys' digests as it reads them.
+   if (ZLC_ReturnStatus s = verifySection(head_, header, SectionId::Names, std::nullopt, problem); s != ZLC_OK) {
       return s;
    }
-   if (ZLC_ReturnStatus s = readNames(section(SectionId::Names), sectionOffset(SectionId::Names), names_, problem);
-       s != ZLC_OK) {
-      return s;
+   Problem namesProblem, walkProblem;
+   const ZLC_ReturnStatus namesRead =
+         readNames(section(SectionId::Names), sectionOffset(SectionId::Names), names_, &namesProblem);
+   IndexDigests digests;
+   ZLC_ReturnStatus walked = ZLC_OK;
+   if (namesRead == ZLC_OK) {
+      const IndexBounds bounds{section(SectionId::Keys), sections_[static_cast<size_t>(SectionId::Data)].size,
+                               names_.size()};
+      walked = checkIndex(section(SectionId::Index), sectionOffset(SectionId::Index), bounds, &walkProblem, digests);
+   } else {
+      digests = {hashOf(section(SectionId::Index)), hashOf(section(SectionId::Keys))};
    }
-   const IndexBounds bounds{section(SectionId::Keys), sections_[static_cast<size_t>(SectionId::Data)].size,
-                            names_.size()};
-   if (ZLC_ReturnStatus s = checkIndex(section(SectionId::Index), sectionOffset(SectionId::Index), bounds, problem);
-       s != ZLC_OK) {
-      return s;
+   for (auto [id, digest] : {std::pair{SectionId::Index, std::optional<uint64_t>(digests.index)},
+                             std::pair{SectionId::Keys, std::optional<uint64_t>(digests.keys)},
+                             std::pair{SectionId::Meta, std::optional<uint64_t>()}}) {
+      if (ZLC_ReturnStatus s = verifySection(head_, header, id, digest, problem); s != ZLC_OK) {
+         return s;
+      }
+   }
+   for (auto [s, found] : {std::pair{namesRead, &namesProblem}, std::pair{walked, &walkProblem}}) {
+      if (s != ZLC_OK) {
+         if (problem) {
+            *problem = *found;
+         }
+         return s;
+      }
    }
    if (ZLC_ReturnStatus s =
              readMeta(section(SectionId::Meta), sectionOffset(SectionId::Meta), simulator_, meta_, problem);
@@ -258,7 +317,7 @@ ZLC_ReturnStatus Reader::open(ByteSource &source, Problem *problem) {
       return s;
    }
    count_ = section(SectionId::Index).size() / kIndexEntrySize;
-   verified_.assign(count_, 0);
+   verified_.assign((count_ + 63) / 64, 0);
    if (problem) {
       *problem = {};
    }
@@ -316,16 +375,36 @@ std::string_view Reader::keyText(size_t i) const {
    return asText(section(SectionId::Keys).subspan(offset, length));
 }
 
-std::optional<size_t> Reader::find(EntryKind kind, std::string_view node, std::string_view key) const {
+Reader::Group *Reader::findGroup(EntryKind kind, std::string_view node) const {
+   if (kind == EntryKind::DevInfo) {
+      node = {};
+   }
+   for (const RecentGroup &r : recent_) {
+      if (r.group && r.kind == kind && r.node == node) {
+         return r.group;
+      }
+   }
    uint32_t id = kNoNode;
    if (kind != EntryKind::DevInfo) {
       auto it = std::lower_bound(names_.begin(), names_.end(), node);
       if (it == names_.end() || *it != node) {
-         return std::nullopt;
+         return nullptr;
       }
       id = static_cast<uint32_t>(it - names_.begin());
+      node = *it;  // the file's copy, which outlives the caller's
    }
    Group &g = group(kind, id);
+   recent_[recentNext_] = {kind, node, &g};
+   recentNext_ = (recentNext_ + 1) % kRecentGroups;
+   return &g;
+}
+
+std::optional<size_t> Reader::find(EntryKind kind, std::string_view node, std::string_view key) const {
+   Group *in = findGroup(kind, node);
+   if (!in) {
+      return std::nullopt;
+   }
+   Group &g = *in;
    // The entry after the last one found, or that one again (several worlds
    // of one cartel read the cartel's records in turn).
    if (g.next < g.last && keyText(g.next) == key) {
@@ -353,17 +432,26 @@ std::optional<size_t> Reader::findOutOfOrder(Group &g, std::string_view key) con
    // builds one.
    constexpr unsigned kLookupsBeforeHashing = 16;
    if (g.byKey.empty() && g.last - g.first > kLookupsBeforeHashing && ++g.lookups > kLookupsBeforeHashing) {
-      g.byKey.reserve(g.last - g.first);
+      // At most half full. Entry indexes fit in 32 bits: each takes 40 bytes
+      // of an index that a 32-bit key offset addresses.
+      const size_t slots = std::bit_ceil(2 * (g.last - g.first));
+      g.byKey.assign(slots, 0);
       for (size_t i = g.first; i < g.last; i++) {
-         g.byKey.emplace(keyText(i), i);
+         size_t slot = hashOf(asBytes(keyText(i))) & (slots - 1);
+         while (g.byKey[slot] != 0) {
+            slot = (slot + 1) & (slots - 1);
+         }
+         g.byKey[slot] = static_cast<uint32_t>(i + 1);
       }
    }
    if (!g.byKey.empty()) {
-      auto it = g.byKey.find(key);
-      if (it == g.byKey.end()) {
-         return std::nullopt;
+      const size_t mask = g.byKey.size() - 1;
+      for (size_t slot = hashOf(asBytes(key)) & mask; g.byKey[slot] != 0; slot = (slot + 1) & mask) {
+         if (keyText(g.byKey[slot] - 1) == key) {
+            return g.byKey[slot] - 1;
+         }
       }
-      return it->second;
+      return std::nullopt;
    }
    size_t lo = g.first, hi = g.last;
    while (lo < hi) {
@@ -389,13 +477,14 @@ ZLC_ReturnStatus Reader::payload(size_t i, std::span<const uint8_t> &out, Proble
    if (ZLC_ReturnStatus s = data(e.dataOffset, e.dataLength, out); s != ZLC_OK) {
       return fail(problem, s, "cannot map the data of entry " + std::to_string(i), sectionOffset(SectionId::Data));
    }
-   if (!verified_[i]) {
+   const uint64_t bit = uint64_t{1} << (i % 64);
+   if (!(verified_[i / 64] & bit)) {
       if (hashOf(out) != e.checksum) {
          out = {};
          return fail(problem, ZLC_SNAP_CORRUPT, "checksum mismatch in the data of entry " + std::to_string(i),
                      sectionOffset(SectionId::Data) + e.dataOffset);
       }
-      verified_[i] = 1;
+      verified_[i / 64] |= bit;
    }
    return ZLC_OK;
 }

@@ -11,6 +11,16 @@ namespace {
 
 using namespace file;
 
+// A record is read into the caller's buffer and the rest zero-filled, so its
+// trailing zero bytes need not be stored.
+std::span<const uint8_t> withoutTrailingZeros(std::span<const uint8_t> bytes) {
+   size_t n = bytes.size();
+   while (n > 0 && bytes[n - 1] == 0) {
+      n--;
+   }
+   return bytes.first(n);
+}
+
 // The node names the entries use, in the names section's order.
 std::vector<std::string_view> nodeNames(const std::vector<RawEntry> &entries) {
    std::vector<std::string_view> names;
@@ -111,6 +121,11 @@ SectionEntry sized(std::string_view bytes) {
 
 void writeRaw(const Signature &signature, const SimulatorSettings &simulator, const Meta &meta,
               std::vector<RawEntry> entries, Sink &sink) {
+   for (RawEntry &e : entries) {
+      if (e.kind == EntryKind::Record) {
+         e.payload = withoutTrailingZeros(e.payload);
+      }
+   }
    const std::vector<std::string_view> names = nodeNames(entries);
    sortEntries(entries, names);
    const EntrySections sections = encodeEntries(entries, names);

@@ -29,6 +29,21 @@ public:
       }
       return getRecord(node, keys, buffer);
    }
+   // The instances with the parent keys and the answer both encoded: the
+   // bytes stay valid until the next call on the back end.
+   virtual ZLC_ReturnStatus listInstancesEncoded(std::string_view node, std::string_view parent,
+                                                 std::span<const uint8_t> &out) {
+      Keys parentKeys, keys;
+      if (!decodeKeys({reinterpret_cast<const uint8_t *>(parent.data()), parent.size()}, parentKeys)) {
+         return ZLC_BAD_PARAM;
+      }
+      ZLC_ReturnStatus s = listInstances(node, parentKeys, keys);
+      if (s == ZLC_OK) {
+         encoded_ = encodeKeys(keys);
+         out = {reinterpret_cast<const uint8_t *>(encoded_.data()), encoded_.size()};
+      }
+      return s;
+   }
    virtual ZLC_ReturnStatus dataLength(std::string_view node, const Keys &keys, uint32_t &length) = 0;
    virtual ZLC_ReturnStatus readData(std::string_view node, const Keys &keys, uint32_t offset, std::span<uint8_t> out,
                                      uint32_t &delivered) = 0;
@@ -46,6 +61,9 @@ public:
       key = inode;
       return device == rootDevice();
    }
+
+private:
+   std::string encoded_;
 };
 
 // A snapshot file opened read-only.

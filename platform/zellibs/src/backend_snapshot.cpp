@@ -46,6 +46,11 @@ ZLC_ReturnStatus SnapshotBackend::listInstances(std::string_view node, const Key
    return decodeKeys(payload, out) ? ZLC_OK : ZLC_SNAP_CORRUPT;
 }
 
+ZLC_ReturnStatus SnapshotBackend::listInstancesEncoded(std::string_view node, std::string_view parent,
+                                                       std::span<const uint8_t> &out) {
+   return lookup(EntryKind::List, node, parent, out);
+}
+
 ZLC_ReturnStatus SnapshotBackend::getRecord(std::string_view node, const Keys &keys, std::span<uint8_t> buffer) {
    return getRecordEncoded(node, encodeKeys(keys), buffer);
 }

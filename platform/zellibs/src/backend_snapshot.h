@@ -11,6 +11,8 @@ public:
    ZLC_ReturnStatus load(const std::string &path);
 
    ZLC_ReturnStatus listInstances(std::string_view node, const Keys &parent, Keys &out) override;
+   ZLC_ReturnStatus listInstancesEncoded(std::string_view node, std::string_view parent,
+                                         std::span<const uint8_t> &out) override;
    ZLC_ReturnStatus getRecord(std::string_view node, const Keys &keys, std::span<uint8_t> buffer) override;
    ZLC_ReturnStatus getRecordEncoded(std::string_view node, std::string_view key, std::span<uint8_t> buffer) override;
    ZLC_ReturnStatus dataLength(std::string_view node, const Keys &keys, uint32_t &length) override;

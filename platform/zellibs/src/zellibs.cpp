@@ -27,23 +27,60 @@ struct ZIF_Param {
 static_assert(offsetof(ZIF_Param, type) == ZIF_PARAM_TYPE_OFFSET);
 
 struct ZIF_ParamList {
-   int kind;
+   int kind = 0;
    std::vector<ZIF_Param *> params;  // owned; pointers stay valid as the list grows
-   // The parameters of an instance list, made in one allocation: params
-   // point into it, and those are not deleted one by one.
+   // The parameters of an instance list, made in one allocation, and their
+   // texts in another: params point into them, and those are not freed one
+   // by one.
    std::unique_ptr<ZIF_Param[]> block;
    size_t blockSize = 0;
+   std::unique_ptr<char[]> texts;
+   size_t textsSize = 0;
+   // Parameters removed from the end, kept for the next add: a walk appends
+   // and removes a key per instance.
+   std::vector<ZIF_Param *> spare;
 
-   bool inBlock(const ZIF_Param *p) const {
-      return block && std::greater_equal<const ZIF_Param *>()(p, block.get()) &&
-             std::less<const ZIF_Param *>()(p, block.get() + blockSize);
+   template <typename T>
+   static bool within(const T *p, const T *begin, size_t size) {
+      return begin && std::greater_equal<const T *>()(p, begin) && std::less<const T *>()(p, begin + size);
+   }
+   bool inBlock(const ZIF_Param *p) const { return within(p, block.get(), blockSize); }
+   void freeText(ZIF_Param *p) const {
+      if (!within<char>(p->text, texts.get(), textsSize)) {
+         std::free(p->text);
+      }
+      p->text = nullptr;
    }
    void release(ZIF_Param *p) const {
-      std::free(p->text);
+      freeText(p);
       if (!inBlock(p)) {
          delete p;
       }
    }
+   // Releases the last parameter, keeping it for reuse when it can.
+   void removeLast() {
+      ZIF_Param *p = params.back();
+      params.pop_back();
+      if (inBlock(p) || spare.size() >= kMaxSpare) {
+         release(p);
+         return;
+      }
+      freeText(p);
+      try {
+         spare.push_back(p);
+      } catch (const std::bad_alloc &) {
+         delete p;
+      }
+   }
+   ZIF_Param *reuse() {
+      if (spare.empty()) {
+         return nullptr;
+      }
+      ZIF_Param *p = spare.back();
+      spare.pop_back();
+      return p;
+   }
+   static constexpr size_t kMaxSpare = 8;
 };
 
 namespace {
@@ -62,7 +99,12 @@ ZLC_ReturnStatus addParam(ZIF_ParamList *list, uint32_t type, int64_t number, co
    if (!list) {
       return ZLC_BAD_PARAM;
    }
-   ZIF_Param *p = new (std::nothrow) ZIF_Param{number, nullptr, 0, 0, type};
+   ZIF_Param *p = list->reuse();
+   if (p) {
+      *p = {number, nullptr, 0, 0, type};
+   } else {
+      p = new (std::nothrow) ZIF_Param{number, nullptr, 0, 0, type};
+   }
    if (!p) {
       return ZLC_NO_MEMORY;
    }
@@ -100,57 +142,92 @@ Keys toKeys(const ZIF_ParamList *list) {
    return keys;
 }
 
-// The keys of a list encoded as encodeKeys would encode toKeys(list), into a
-// buffer kept between calls.
-std::string_view encodeParams(const ZIF_ParamList *list) {
-   thread_local std::string key;
-   key.clear();
-   if (list) {
+// The keys of a list encoded as encodeKeys would encode toKeys(list): in a
+// buffer on the stack for the usual few keys, else on the heap.
+class EncodedParams {
+public:
+   explicit EncodedParams(const ZIF_ParamList *list) {
+      if (!list) {
+         return;
+      }
+      size_t size = 0;
       for (const ZIF_Param *p : list->params) {
-         if (p->type == ZIF_PARAM_TYPE_INT) {
-            appendKey(key, KeyType::Int, p->number, {});
-         } else if (p->type == ZIF_PARAM_TYPE_STRING) {
-            appendKey(key, KeyType::Text, 0, p->text ? p->text : "");
-         } else {
-            appendKey(key, KeyType::Null, 0, {});
-         }
+         size += encodedKeySize(typeOf(p), textOf(p));
+      }
+      uint8_t *out = fixed_;
+      if (size > sizeof fixed_) {
+         heap_ = std::make_unique<uint8_t[]>(size);
+         out = heap_.get();
+      }
+      for (const ZIF_Param *p : list->params) {
+         size_ += encodeKey(out + size_, typeOf(p), p->number, textOf(p));
       }
    }
-   return key;
-}
+   std::string_view view() const { return {reinterpret_cast<const char *>(heap_ ? heap_.get() : fixed_), size_}; }
 
-ZIF_ParamList *fromKeys(const Keys &keys) {
+private:
+   static KeyType typeOf(const ZIF_Param *p) {
+      return p->type == ZIF_PARAM_TYPE_INT      ? KeyType::Int
+             : p->type == ZIF_PARAM_TYPE_STRING ? KeyType::Text
+                                                : KeyType::Null;
+   }
+   static std::string_view textOf(const ZIF_Param *p) {
+      return p->type == ZIF_PARAM_TYPE_STRING && p->text ? std::string_view(p->text) : std::string_view();
+   }
+   uint8_t fixed_[256];
+   std::unique_ptr<uint8_t[]> heap_;
+   size_t size_ = 0;
+};
+
+// An instance list from its keys as stored: the parameters in one block,
+// their texts in another.
+ZLC_ReturnStatus fromEncoded(std::span<const uint8_t> bytes, ZIF_ParamList *&out) {
+   size_t count = 0, textBytes = 0;
+   KeyType type;
+   int64_t number;
+   std::string_view text;
+   KeyReader counter(bytes);
+   while (counter.next(type, number, text)) {
+      count++;
+      textBytes += type == KeyType::Text ? text.size() + 1 : 0;
+   }
+   if (counter.malformed()) {
+      return ZLC_SNAP_CORRUPT;
+   }
    std::unique_ptr<ZIF_ParamList> list(ZIF_ParamListCreate(1, 0));
    if (!list) {
-      return nullptr;
+      return ZLC_NO_MEMORY;
    }
    try {
-      list->params.reserve(keys.size());
-      list->block = std::make_unique<ZIF_Param[]>(keys.size());
+      list->params.reserve(count);
+      list->block = std::make_unique_for_overwrite<ZIF_Param[]>(count);
+      if (textBytes) {
+         list->texts = std::make_unique_for_overwrite<char[]>(textBytes);
+      }
    } catch (const std::bad_alloc &) {
-      return nullptr;
+      return ZLC_NO_MEMORY;
    }
-   list->blockSize = keys.size();
-   for (size_t i = 0; i < keys.size(); i++) {
-      const Key &k = keys[i];
-      ZIF_Param &p = list->block[i];
-      p = {k.number, nullptr, 0, 0,
-           k.type == KeyType::Int    ? ZIF_PARAM_TYPE_INT
-           : k.type == KeyType::Text ? ZIF_PARAM_TYPE_STRING
-                                     : 3};
-      if (k.type != KeyType::Int) {
-         p.number = 0;
-      }
-      if (k.type == KeyType::Text) {
-         p.text = strdup(k.text.c_str());
-         if (!p.text) {
-            ZIF_ParamListDestroy(list.release());
-            return nullptr;
+   list->blockSize = count;
+   list->textsSize = textBytes;
+   char *nextText = list->texts.get();
+   ZIF_Param *p = list->block.get();
+   for (KeyReader keys(bytes); keys.next(type, number, text); p++) {
+      *p = {type == KeyType::Int ? number : 0, nullptr, 0, 0,
+            type == KeyType::Int    ? ZIF_PARAM_TYPE_INT
+            : type == KeyType::Text ? ZIF_PARAM_TYPE_STRING
+                                    : 3};
+      if (type == KeyType::Text) {
+         if (!text.empty()) {
+            std::memcpy(nextText, text.data(), text.size());
          }
+         nextText[text.size()] = '\0';
+         p->text = nextText;
+         nextText += text.size() + 1;
       }
-      list->params.push_back(&p);
+      list->params.push_back(p);
    }
-   return list.release();
+   out = list.release();
+   return ZLC_OK;
 }
 
 // Runs a node operation: resolves the node number and guards against
@@ -227,10 +304,11 @@ const char *ZLC_ReturnStatusToString(ZLC_ReturnStatus status) {
 }
 
 ZIF_ParamList *ZIF_ParamListCreate(int kind, int capacity) {
-   ZIF_ParamList *list = new (std::nothrow) ZIF_ParamList{kind, {}, {}, 0};
+   ZIF_ParamList *list = new (std::nothrow) ZIF_ParamList();
    if (!list) {
       return nullptr;
    }
+   list->kind = kind;
    try {
       if (capacity > 0) {
          list->params.reserve(static_cast<size_t>(std::min(capacity, 1024)));
@@ -249,6 +327,9 @@ void ZIF_ParamListDestroy(ZIF_ParamList *list) {
    for (ZIF_Param *p : list->params) {
       list->release(p);
    }
+   for (ZIF_Param *p : list->spare) {
+      delete p;
+   }
    delete list;
 }
 
@@ -265,8 +346,7 @@ ZLC_ReturnStatus ZIF_ParamListAddString(ZIF_ParamList *list, const char *text) {
 
 void ZIF_ParamListRemoveLastParam(ZIF_ParamList *list) {
    if (list && !list->params.empty()) {
-      list->release(list->params.back());
-      list->params.pop_back();
+      list->removeLast();
    }
 }
 
@@ -357,7 +437,7 @@ ZLC_ReturnStatus ZIF_Get(ZIF_NodeNumber node, ZIF_ParamList *params, void *buffe
       return ZLC_BAD_PARAM;
    }
    return nodeOp(node, [&](std::string_view name) {
-      return gSource->getRecordEncoded(name, encodeParams(params), {static_cast<uint8_t *>(buffer), length});
+      return gSource->getRecordEncoded(name, EncodedParams(params).view(), {static_cast<uint8_t *>(buffer), length});
    });
 }
 
@@ -376,13 +456,12 @@ ZLC_ReturnStatus ZIF_GetInstanceListAlloc(ZIF_NodeNumber node, ZIF_ParamList *pa
    }
    *list = nullptr;
    return nodeOp(node, [&](std::string_view name) {
-      Keys keys;
-      ZLC_ReturnStatus s = gSource->listInstances(name, toKeys(params), keys);
+      std::span<const uint8_t> keys;
+      ZLC_ReturnStatus s = gSource->listInstancesEncoded(name, EncodedParams(params).view(), keys);
       if (s != ZLC_OK) {
          return s;
       }
-      *list = fromKeys(keys);
-      return *list ? ZLC_OK : ZLC_NO_MEMORY;
+      return fromEncoded(keys, *list);
    });
 }
 

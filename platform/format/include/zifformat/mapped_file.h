@@ -26,6 +26,7 @@ public:
 
    uint64_t size() const override { return size_; }
    std::optional<std::span<const uint8_t>> view(uint64_t offset, uint64_t length) override;
+   void willReadAll(uint64_t offset, uint64_t length) override;
 
    static constexpr uint64_t kWholeLimit = 64 << 20;
    static constexpr uint64_t kWindow = 16 << 20;

@@ -54,6 +54,60 @@ using Keys = std::vector<Key>;
 void appendKey(std::string &out, KeyType type, int64_t number, std::string_view text);
 std::string encodeKeys(const Keys &keys);
 bool decodeKeys(std::span<const uint8_t> bytes, Keys &out);
+// One key's encoding: its size, and the key written at out (which must hold
+// that many bytes), returning the size.
+size_t encodedKeySize(KeyType type, std::string_view text);
+size_t encodeKey(uint8_t *out, KeyType type, int64_t number, std::string_view text);
+
+// Encoded keys read one at a time, building nothing. The one reader of the
+// encoding: the index check at open runs it over every key of a file.
+class KeyReader {
+public:
+   explicit KeyReader(std::span<const uint8_t> bytes) : bytes_(bytes) {}
+   // The next key (a text as a view of the bytes); false at the end, or at a
+   // malformed key, after which malformed() is true.
+   bool next(KeyType &type, int64_t &number, std::string_view &text) {
+      if (pos_ >= bytes_.size() || malformed_) {
+         return false;
+      }
+      const uint8_t *p = bytes_.data() + pos_;
+      const size_t left = bytes_.size() - pos_ - 1;
+      number = 0;
+      text = {};
+      if (p[0] == static_cast<uint8_t>(KeyType::Int) && left >= kIntSize) {
+         // Big-endian with the sign bit flipped, so that keys sort as numbers.
+         uint64_t v = 0;
+         for (size_t i = 1; i <= kIntSize; i++) {
+            v = (v << 8) | p[i];
+         }
+         number = static_cast<int64_t>(v ^ (uint64_t{1} << 63));
+         pos_ += 1 + kIntSize;
+      } else if (p[0] == static_cast<uint8_t>(KeyType::Text) && left >= 4) {
+         const uint32_t n = uint32_t{p[1]} | uint32_t{p[2]} << 8 | uint32_t{p[3]} << 16 | uint32_t{p[4]} << 24;
+         if (n > left - 4) {
+            malformed_ = true;
+            return false;
+         }
+         text = {reinterpret_cast<const char *>(p + 5), n};
+         pos_ += 5 + size_t{n};
+      } else if (p[0] == static_cast<uint8_t>(KeyType::Null)) {
+         pos_ += 1;
+      } else {
+         malformed_ = true;
+         return false;
+      }
+      type = static_cast<KeyType>(p[0]);
+      return true;
+   }
+   bool malformed() const { return malformed_; }
+
+   static constexpr size_t kIntSize = 8;
+
+private:
+   std::span<const uint8_t> bytes_;
+   size_t pos_ = 0;
+   bool malformed_ = false;
+};
 
 struct Signature {
    uint64_t digest = 0;
@@ -147,6 +201,9 @@ public:
    // the source; valid while the source lives. Nullopt when they cannot be
    // had (a mapping failed).
    virtual std::optional<std::span<const uint8_t>> view(uint64_t offset, uint64_t length) = 0;
+   // Says that bytes the caller has viewed will all be read now, so that a
+   // mapping can bring them in at once rather than page by page.
+   virtual void willReadAll(uint64_t /*offset*/, uint64_t /*length*/) {}
 };
 
 class MemorySource : public ByteSource {
@@ -202,9 +259,12 @@ private:
       size_t first = 0, last = 0;
       size_t next = 0;
       unsigned lookups = 0;
-      std::unordered_map<std::string_view, size_t> byKey;
+      // Open addressing: entry index + 1 per slot, 0 for an empty one; a
+      // power of two in size.
+      std::vector<uint32_t> byKey;
    };
    Group &group(EntryKind kind, uint32_t nameId) const;
+   Group *findGroup(EntryKind kind, std::string_view node) const;
    std::optional<size_t> findOutOfOrder(Group &g, std::string_view key) const;
    std::string_view keyText(size_t i) const;
 
@@ -217,8 +277,18 @@ private:
    Meta meta_;
    std::vector<std::string_view> names_;
    size_t count_ = 0;
-   mutable std::vector<uint8_t> verified_;
+   mutable std::vector<uint64_t> verified_;  // a bit per entry
    mutable std::unordered_map<uint64_t, Group> groups_;
+   // The groups of the last few lookups, tried before the names and the
+   // table: a command reads a handful of nodes in turn.
+   struct RecentGroup {
+      EntryKind kind = EntryKind::List;
+      std::string_view node;
+      Group *group = nullptr;
+   };
+   static constexpr size_t kRecentGroups = 8;
+   mutable RecentGroup recent_[kRecentGroups];
+   mutable size_t recentNext_ = 0;
 };
 
 std::string describeEntry(EntryKind kind, std::string_view node, const Keys &keys);
