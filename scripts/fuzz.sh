@@ -15,6 +15,12 @@ artifacts=$PWD/$build/fuzz-artifacts
 cmake --preset fuzz >/dev/null
 cmake --build "$build" --target fuzz_targets
 manifest=$build/fuzz-targets.txt
+for name in "$@"; do
+  if ! cut -f1 "$manifest" | grep -qx -- "$name"; then
+    echo "fuzz: no target $name (names: $(cut -f1 "$manifest" | tr '\n' ' '))" >&2
+    exit 2
+  fi
+done
 
 # UBSan reports only print unless told to stop; every report counts.
 export UBSAN_OPTIONS=halt_on_error=1:print_stacktrace=1
@@ -49,7 +55,7 @@ while IFS=$'\t' read -r name binary corpus; do
 done <"$manifest"
 
 if [ $ran -eq 0 ]; then
-  echo "fuzz: no target ran (names: $(cut -f1 "$manifest" | tr '\n' ' '))" >&2
+  echo "fuzz: no target ran" >&2
   exit 2
 fi
 if [ ${#failed[@]} -gt 0 ]; then
