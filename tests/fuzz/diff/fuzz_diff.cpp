@@ -22,8 +22,7 @@ using fuzzsupport::fixChecksums;
 using fuzzsupport::get64;
 using fuzzsupport::put64;
 
-void report(const zif::Reader &a, const zif::Reader &b, const zifdiff::Options &options) {
-   zifdiff::Result r = zifdiff::compare(a, b, options);
+void report(const zifdiff::Result &r) {
    std::string text = zifdiff::formatText(r, " -> ");
    std::string json = zifdiff::formatJson(r);
    if (text.empty() || json.empty()) {
@@ -50,11 +49,12 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
    // The diff refuses damaged files, but compares whatever it is given.
    zifdiff::verifyPayloads(a);
    zifdiff::verifyPayloads(b);
-   report(a, b, {});
-   report(b, a, {"world", true});
-   report(a, b, {"hardware_pci", false});
+   const zifdiff::Result forward = zifdiff::compare(a, b, {});
+   report(forward);
+   report(zifdiff::compare(b, a, {"world", true}));
+   report(zifdiff::compare(a, b, {"hardware_pci", false}));
    if (!zifdiff::compare(a, a, {}).changes.empty() ||
-       zifdiff::compare(a, b, {}).changes.size() != zifdiff::compare(b, a, {}).changes.size()) {
+       forward.changes.size() != zifdiff::compare(b, a, {}).changes.size()) {
       std::abort();
    }
    return 0;
