@@ -31,19 +31,24 @@ constexpr std::int32_t kNoDescriptor = -1;
 struct Lister {
    std::optional<std::string_view> filter;
    ZIF_ParamList *query = nullptr;
-   std::int32_t cartelId = 0;
-   std::string worldName;
+   // The cartel's columns, "%-10d  %-20s  ", the same on each of its lines.
+   std::string cartelColumns;
    world::BlockOutput &output;
 
    bool Passes(std::string_view text) const { return !filter || text.find(*filter) != std::string_view::npos; }
 
+   void StartCartel(std::int32_t cartelId, std::string_view worldName) {
+      cartelColumns.clear();
+      world::AppendNumber(cartelColumns, cartelId, 10, true);
+      cartelColumns += "  ";
+      world::AppendLeft(cartelColumns, worldName, 20);
+      cartelColumns += "  ";
+   }
+
    // The columns of a line up to the description, as "%-10d  %-20s  %-20s   %6d   ".
    std::string &StartLine(std::string_view type, std::int32_t descriptor) const {
       std::string &line = output.Buffer();
-      world::AppendNumber(line, cartelId, 10, true);
-      line += "  ";
-      world::AppendLeft(line, worldName, 20);
-      line += "  ";
+      line += cartelColumns;
       world::AppendLeft(line, type, 20);
       line += "   ";
       world::AppendNumber(line, descriptor, 6);
@@ -139,15 +144,14 @@ int LsofMain(int argc, char **argv) {
          "Cartel    |      World name     |        Type         |   fd   |  Description     \n"
          "----------+---------------------+---------------------+--------+------------------\n";
 
-   Lister lister{argument.filter, query.get(), 0, {}, output};
+   Lister lister{argument.filter, query.get(), {}, output};
    ZLC_ReturnStatus failure = 0;
    const sysinfo::WalkResult walk = sysinfo::ForEachInstance(cartels, query.get(), [&](ZIF_Param *key, int) {
-      lister.cartelId = static_cast<std::int32_t>(ZIF_ParamGetInt(key));
       rec::world_name name;
       if (sysinfo::GetRecord(name, query.get()) != 0) {
          return sysinfo::Visit::Next;
       }
-      lister.worldName = name.name();
+      lister.StartCartel(static_cast<std::int32_t>(ZIF_ParamGetInt(key)), name.name());
       lister.PrintWorkingDirectory();
       // Without its descriptor list a cartel gets no descriptor and no mapping lines.
       sysinfo::InstanceList descriptors;
