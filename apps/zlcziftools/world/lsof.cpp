@@ -8,6 +8,7 @@
 // is listed like the live host.
 #include <cstdint>
 #include <cstdio>
+#include <memory>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -29,21 +30,34 @@ constexpr std::uint32_t kListedMappingKind = rec::userworld_cartel_mem_mmaps::ki
 constexpr std::int32_t kNoDescriptor = -1;
 
 struct Lister {
+   Lister(std::optional<std::string_view> wanted, ZIF_ParamList *list, world::BlockOutput &out)
+       : filter(wanted), query(list), output(out) {}
+
    std::optional<std::string_view> filter;
    ZIF_ParamList *query = nullptr;
    // The cartel's columns, "%-10d  %-20s  ", the same on each of its lines.
    std::string cartelColumns;
    world::BlockOutput &output;
+   // Room for the records, made once: each is a few KiB, zeroed when made.
+   rec::world_name nameRecord;
+   rec::userworld_cartel_fd_cwd cwdRecord;
+   rec::userworld_cartel_fd_fds descriptorRecord;
+   rec::userworld_cartel_mem_mmaps mappingRecord;
 
-   bool Passes(std::string_view text) const { return !filter || text.find(*filter) != std::string_view::npos; }
-
-   void StartCartel(std::int32_t cartelId, std::string_view worldName) {
+   // Reads the cartel's world name; false when it cannot be read.
+   bool StartCartel(std::int32_t cartelId) {
+      if (sysinfo::GetRecord(nameRecord, query) != 0) {
+         return false;
+      }
       cartelColumns.clear();
       world::AppendNumber(cartelColumns, cartelId, 10, true);
       cartelColumns += "  ";
-      world::AppendLeft(cartelColumns, worldName, 20);
+      world::AppendLeft(cartelColumns, nameRecord.name(), 20);
       cartelColumns += "  ";
+      return true;
    }
+
+   bool Passes(std::string_view text) const { return !filter || text.find(*filter) != std::string_view::npos; }
 
    // The columns of a line up to the description, as "%-10d  %-20s  %-20s   %6d   ".
    std::string &StartLine(std::string_view type, std::int32_t descriptor) const {
@@ -63,17 +77,15 @@ struct Lister {
       output.LineDone();
    }
 
-   void PrintWorkingDirectory() const {
-      rec::userworld_cartel_fd_cwd cwd;
-      if (sysinfo::GetRecord(cwd, query) != 0 || !Passes(cwd.path())) {
+   void PrintWorkingDirectory() {
+      if (sysinfo::GetRecord(cwdRecord, query) != 0 || !Passes(cwdRecord.path())) {
          return;
       }
-      PrintLine("cwd", kNoDescriptor, cwd.path());
+      PrintLine("cwd", kNoDescriptor, cwdRecord.path());
    }
 
    // Returns the status that ends the listing, else 0.
-   ZLC_ReturnStatus PrintDescriptors(const sysinfo::InstanceList &descriptors) const {
-      rec::userworld_cartel_fd_fds record;
+   ZLC_ReturnStatus PrintDescriptors(const sysinfo::InstanceList &descriptors) {
       for (int index = 0; index < descriptors.Count(); ++index) {
          const auto number = static_cast<std::int32_t>(ZIF_ParamGetInt(descriptors.At(index)));
          const ZLC_ReturnStatus status = ZIF_ParamListAddInt(query, number);
@@ -81,8 +93,8 @@ struct Lister {
             output.Buffer() += "failed to add fd to ZIF parameter list\n";
             return status;
          }
-         if (sysinfo::GetRecord(record, query) == 0 && Passes(record.description())) {
-            PrintLine(record.type(), number, record.description());
+         if (sysinfo::GetRecord(descriptorRecord, query) == 0 && Passes(descriptorRecord.description())) {
+            PrintLine(descriptorRecord.type(), number, descriptorRecord.description());
          }
          ZIF_ParamListRemoveLastParam(query);
       }
@@ -90,27 +102,27 @@ struct Lister {
    }
 
    // A mapping's line ends with " (prot:%s%s/len:%u)" after its name.
-   ZLC_ReturnStatus PrintMappings() const {
+   ZLC_ReturnStatus PrintMappings() {
       sysinfo::InstanceList mappings;
       if (mappings.Fetch(sysinfo::Node(ZIF_NODE_userworld_cartel_mem_mmaps), query) != 0) {
          return 0;
       }
-      rec::userworld_cartel_mem_mmaps record;
       for (int index = 0; index < mappings.Count(); ++index) {
          const ZLC_ReturnStatus status = ZIF_ParamListAddInt(query, ZIF_ParamGetInt(mappings.At(index)));
          if (status != 0) {
             output.Buffer() += "failed to add mmap to ZIF parameter list\n";
             return status;
          }
-         if (sysinfo::GetRecord(record, query) == 0 && record.kind() == kListedMappingKind && Passes(record.name())) {
-            const std::uint32_t prot = record.prot();
-            std::string &line = StartLine("MMAP", record.fd());
-            line += record.name();
+         if (sysinfo::GetRecord(mappingRecord, query) == 0 && mappingRecord.kind() == kListedMappingKind &&
+             Passes(mappingRecord.name())) {
+            const std::uint32_t prot = mappingRecord.prot();
+            std::string &line = StartLine("MMAP", mappingRecord.fd());
+            line += mappingRecord.name();
             line += " (prot:";
-            line += (prot & record.prot_read) != 0 ? 'R' : '-';
-            line += (prot & record.prot_write) != 0 ? 'W' : '-';
+            line += (prot & mappingRecord.prot_read) != 0 ? 'R' : '-';
+            line += (prot & mappingRecord.prot_write) != 0 ? 'W' : '-';
             line += "/len:";
-            world::AppendNumber(line, record.length());
+            world::AppendNumber(line, mappingRecord.length());
             line += ")\n";
             output.LineDone();
          }
@@ -144,23 +156,21 @@ int LsofMain(int argc, char **argv) {
          "Cartel    |      World name     |        Type         |   fd   |  Description     \n"
          "----------+---------------------+---------------------+--------+------------------\n";
 
-   Lister lister{argument.filter, query.get(), {}, output};
+   const auto lister = std::make_unique<Lister>(argument.filter, query.get(), output);
    ZLC_ReturnStatus failure = 0;
    const sysinfo::WalkResult walk = sysinfo::ForEachInstance(cartels, query.get(), [&](ZIF_Param *key, int) {
-      rec::world_name name;
-      if (sysinfo::GetRecord(name, query.get()) != 0) {
+      if (!lister->StartCartel(static_cast<std::int32_t>(ZIF_ParamGetInt(key)))) {
          return sysinfo::Visit::Next;
       }
-      lister.StartCartel(static_cast<std::int32_t>(ZIF_ParamGetInt(key)), name.name());
-      lister.PrintWorkingDirectory();
+      lister->PrintWorkingDirectory();
       // Without its descriptor list a cartel gets no descriptor and no mapping lines.
       sysinfo::InstanceList descriptors;
       if (descriptors.Fetch(sysinfo::Node(ZIF_NODE_userworld_cartel_fd_fds), query.get()) != 0) {
          return sysinfo::Visit::Next;
       }
-      failure = lister.PrintDescriptors(descriptors);
+      failure = lister->PrintDescriptors(descriptors);
       if (failure == 0) {
-         failure = lister.PrintMappings();
+         failure = lister->PrintMappings();
       }
       return failure == 0 ? sysinfo::Visit::Next : sysinfo::Visit::Stop;
    });
