@@ -5,6 +5,7 @@
 
 #include <cstring>
 #include <string>
+#include <vector>
 
 using namespace ziftest;
 
@@ -174,6 +175,40 @@ TEST_F(SourceTest, InstanceListsKeepOrderAndKeyTypes) {
    EXPECT_EQ(cartels.list, nullptr);
    ListOwner absent;
    EXPECT_EQ(ZIF_GetInstanceListAlloc(num(ZIF_NODE_hardware_pci_seg), nullptr, &absent.list), ZLC_NO_SUCH_NODE);
+}
+
+// Destroyed lists are kept for reuse: whatever a list held before, a new one
+// starts empty and an instance list holds exactly its own keys.
+TEST_F(SourceTest, ListsMadeAfterOthersWereDestroyedStartAfresh) {
+   use(kSnapshot);
+   for (int round = 0; round < 3; ++round) {
+      std::vector<ZIF_ParamList *> made;
+      for (int i = 0; i < 12; ++i) {  // more than are kept
+         ZIF_ParamList *l = ZIF_ParamListCreate(1, 1);
+         ASSERT_NE(l, nullptr);
+         EXPECT_EQ(ZIF_ParamListUsedCount(l), 0);
+         ASSERT_EQ(ZIF_ParamListAddString(l, "left-over"), ZLC_OK);
+         ASSERT_EQ(ZIF_ParamListAddInt(l, i), ZLC_OK);
+         made.push_back(l);
+      }
+      for (ZIF_ParamList *l : made) {
+         ZIF_ParamListDestroy(l);
+      }
+      ZIF_ParamList *disks = nullptr, *worlds = nullptr;
+      const char *name = nullptr;
+      ASSERT_EQ(ZIF_GetInstanceListAlloc(num(ZIF_NODE_system_zelorfs_tardisks), nullptr, &disks), ZLC_OK);
+      ASSERT_EQ(ZIF_ParamListGetString(disks, 1, &name), ZLC_OK);
+      EXPECT_STREQ(name, "b.b00");
+      ZIF_ParamListDestroy(disks);
+      ASSERT_EQ(ZIF_GetInstanceListAlloc(num(ZIF_NODE_world), nullptr, &worlds), ZLC_OK);
+      ASSERT_EQ(ZIF_ParamListUsedCount(worlds), 3);
+      EXPECT_EQ(paramType(ZIF_ParamListGetParam(worlds, 0)), ZIF_PARAM_TYPE_INT);
+      EXPECT_EQ(ZIF_ParamGetInt(ZIF_ParamListGetParam(worlds, 2)), 1001);
+      ASSERT_EQ(ZIF_ParamListAddString(worlds, "added"), ZLC_OK);
+      ASSERT_EQ(ZIF_ParamListGetString(worlds, 3, &name), ZLC_OK);
+      EXPECT_STREQ(name, "added");
+      ZIF_ParamListDestroy(worlds);
+   }
 }
 
 TEST_F(SourceTest, RecordsAreCutOrZeroFilledToTheReadLength) {

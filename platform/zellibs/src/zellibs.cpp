@@ -40,6 +40,18 @@ struct ZIF_ParamList {
    // and removes a key per instance.
    std::vector<ZIF_Param *> spare;
 
+   ZIF_ParamList() = default;
+   ZIF_ParamList(const ZIF_ParamList &) = delete;
+   ZIF_ParamList &operator=(const ZIF_ParamList &) = delete;
+   ~ZIF_ParamList() {
+      for (ZIF_Param *p : params) {
+         release(p);
+      }
+      for (ZIF_Param *p : spare) {
+         delete p;
+      }
+   }
+
    template <typename T>
    static bool within(const T *p, const T *begin, size_t size) {
       return begin && std::greater_equal<const T *>()(p, begin) && std::less<const T *>()(p, begin + size);
@@ -72,6 +84,14 @@ struct ZIF_ParamList {
          delete p;
       }
    }
+   // Empties the list for its next use, keeping its storage: parameters as
+   // spares, the vector's room, and an instance list's blocks.
+   void clear() {
+      while (!params.empty()) {
+         removeLast();
+      }
+      kind = 0;
+   }
    ZIF_Param *reuse() {
       if (spare.empty()) {
          return nullptr;
@@ -89,6 +109,40 @@ using namespace zif;
 
 std::unique_ptr<Backend> gSource;
 bool gSimulatorTried = false;
+
+// Lists destroyed are kept for the next create: a walk makes and destroys a
+// query list or an instance list for each instance it visits, and the library
+// is for single-threaded use.
+constexpr size_t kKeptLists = 8;
+
+class KeptLists {
+public:
+   ~KeptLists() {
+      closed_ = true;
+      for (size_t i = 0; i < count_; i++) {
+         delete lists_[i];
+      }
+      count_ = 0;
+   }
+   ZIF_ParamList *take() { return count_ > 0 ? lists_[--count_] : nullptr; }
+   // Keeps list when there is room, else frees it.
+   void give(ZIF_ParamList *list) {
+      if (closed_ || count_ >= kKeptLists) {
+         delete list;
+         return;
+      }
+      list->clear();
+      lists_[count_++] = list;
+   }
+
+private:
+   ZIF_ParamList *lists_[kKeptLists] = {};
+   size_t count_ = 0;
+   // After exit has destroyed this, lists are freed at once.
+   static inline bool closed_ = false;
+};
+
+KeptLists gKeptLists;
 
 void freeParam(ZIF_Param *p) {
    std::free(p->text);
@@ -198,17 +252,24 @@ ZLC_ReturnStatus fromEncoded(std::span<const uint8_t> bytes, ZIF_ParamList *&out
    if (!list) {
       return ZLC_NO_MEMORY;
    }
+   // A list kept from an earlier use may have room enough already.
    try {
       list->params.reserve(count);
-      list->block = std::make_unique_for_overwrite<ZIF_Param[]>(count);
-      if (textBytes) {
+      if (list->blockSize < count) {
+         list->block.reset();
+         list->blockSize = 0;
+         list->block = std::make_unique_for_overwrite<ZIF_Param[]>(count);
+         list->blockSize = count;
+      }
+      if (list->textsSize < textBytes) {
+         list->texts.reset();
+         list->textsSize = 0;
          list->texts = std::make_unique_for_overwrite<char[]>(textBytes);
+         list->textsSize = textBytes;
       }
    } catch (const std::bad_alloc &) {
       return ZLC_NO_MEMORY;
    }
-   list->blockSize = count;
-   list->textsSize = textBytes;
    char *nextText = list->texts.get();
    ZIF_Param *p = list->block.get();
    for (KeyReader keys(bytes); keys.next(type, number, text); p++) {
@@ -304,7 +365,10 @@ const char *ZLC_ReturnStatusToString(ZLC_ReturnStatus status) {
 }
 
 ZIF_ParamList *ZIF_ParamListCreate(int kind, int capacity) {
-   ZIF_ParamList *list = new (std::nothrow) ZIF_ParamList();
+   ZIF_ParamList *list = gKeptLists.take();
+   if (!list) {
+      list = new (std::nothrow) ZIF_ParamList();
+   }
    if (!list) {
       return nullptr;
    }
@@ -321,16 +385,9 @@ ZIF_ParamList *ZIF_ParamListCreate(int kind, int capacity) {
 }
 
 void ZIF_ParamListDestroy(ZIF_ParamList *list) {
-   if (!list) {
-      return;
+   if (list) {
+      gKeptLists.give(list);
    }
-   for (ZIF_Param *p : list->params) {
-      list->release(p);
-   }
-   for (ZIF_Param *p : list->spare) {
-      delete p;
-   }
-   delete list;
 }
 
 ZLC_ReturnStatus ZIF_ParamListAddInt(ZIF_ParamList *list, int64_t value) {
