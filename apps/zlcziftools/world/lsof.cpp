@@ -8,7 +8,6 @@
 // is listed like the live host.
 #include <cstdint>
 #include <cstdio>
-#include <memory>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -156,21 +155,21 @@ int LsofMain(int argc, char **argv) {
          "Cartel    |      World name     |        Type         |   fd   |  Description     \n"
          "----------+---------------------+---------------------+--------+------------------\n";
 
-   const auto lister = std::make_unique<Lister>(argument.filter, query.get(), output);
+   Lister lister(argument.filter, query.get(), output);
    ZLC_ReturnStatus failure = 0;
    const sysinfo::WalkResult walk = sysinfo::ForEachInstance(cartels, query.get(), [&](ZIF_Param *key, int) {
-      if (!lister->StartCartel(static_cast<std::int32_t>(ZIF_ParamGetInt(key)))) {
+      if (!lister.StartCartel(static_cast<std::int32_t>(ZIF_ParamGetInt(key)))) {
          return sysinfo::Visit::Next;
       }
-      lister->PrintWorkingDirectory();
+      lister.PrintWorkingDirectory();
       // Without its descriptor list a cartel gets no descriptor and no mapping lines.
       sysinfo::InstanceList descriptors;
       if (descriptors.Fetch(sysinfo::Node(ZIF_NODE_userworld_cartel_fd_fds), query.get()) != 0) {
          return sysinfo::Visit::Next;
       }
-      failure = lister->PrintDescriptors(descriptors);
+      failure = lister.PrintDescriptors(descriptors);
       if (failure == 0) {
-         failure = lister->PrintMappings();
+         failure = lister.PrintMappings();
       }
       return failure == 0 ? sysinfo::Visit::Next : sysinfo::Visit::Stop;
    });
