@@ -126,6 +126,18 @@ TEST_F(SimulatorTest, ClockWriteIsSeenNowAndByTheNextProcess) {
    EXPECT_EQ(setClock({1, 2, 3}), ZLC_BAD_PARAM);
 }
 
+TEST_F(SimulatorTest, ReadsAfterAWriteSeeTheRewrittenFile) {
+   // No clock record at first: the write creates it, and the process that
+   // wrote reads it at once, as it does the records it read before.
+   start(R"({"records": [{"node": "sched_groups_memAllocationInMB", "keys": [7], "hex": "05000000"}]})");
+   EXPECT_EQ(clock(), std::vector<int32_t>());
+   EXPECT_EQ(group(7, 1), std::vector<int64_t>{5});
+   ASSERT_EQ(setClock({12, 31, 2027, 23, 59, 58}), ZLC_OK);
+   EXPECT_EQ(clock(), (std::vector<int32_t>{23, 59, 58, 31, 12, 2027}));
+   ASSERT_EQ(setGroup(7, {"min=100"}), ZLC_OK);
+   EXPECT_EQ(group(7, 1), std::vector<int64_t>{100});
+}
+
 TEST_F(SimulatorTest, GroupAllocationWriteKeepsOtherBytesAndCreatesMissingGroups) {
    std::string path = start();
    ASSERT_EQ(setGroup(7, {"min=100", "max=200"}), ZLC_OK);

@@ -138,10 +138,10 @@ std::span<const NodeInfo> allNodes() {
    return tables().nodes;
 }
 
-std::optional<std::string_view> nodeName(uint16_t number) {
+std::string_view nodeName(uint16_t number) {
    const auto &nodes = tables().nodes;
    if (number == 0 || number > nodes.size()) {
-      return std::nullopt;
+      return {};
    }
    return nodes[number - 1].name;
 }

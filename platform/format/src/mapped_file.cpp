@@ -108,6 +108,13 @@ std::optional<std::span<const uint8_t>> MappedFile::view(uint64_t offset, uint64
    return window->subspan(offset - start, length);
 }
 
+std::span<const uint8_t> MappedFile::viewInPlace(uint64_t offset) {
+   if (mappings_.empty() || mappings_[0].offset != 0 || mappings_[0].length != size_ || offset > size_) {
+      return {};
+   }
+   return std::span<const uint8_t>(static_cast<const uint8_t *>(mappings_[0].base), size_).subspan(offset);
+}
+
 void MappedFile::willReadAll(uint64_t offset, uint64_t length) {
 #ifdef MADV_POPULATE_READ
    auto bytes = view(offset, length);

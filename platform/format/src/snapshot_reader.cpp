@@ -236,6 +236,10 @@ std::span<const uint8_t> Reader::section(SectionId id) const {
 }
 
 ZLC_ReturnStatus Reader::data(uint64_t offset, uint64_t length, std::span<const uint8_t> &out) const {
+   if (!data_.empty()) {
+      out = data_.subspan(offset, length);
+      return ZLC_OK;
+   }
    auto bytes = source_->view(sectionOffset(SectionId::Data) + offset, length);
    if (!bytes) {
       return ZLC_SNAP_CANNOT_OPEN;
@@ -255,10 +259,12 @@ ZLC_ReturnStatus Reader::open(ByteSource &source, Problem *problem) {
    source_ = &source;
    own_.reset();
    head_ = {};
+   data_ = {};
    count_ = 0;
    names_.clear();
    verified_.clear();
    groups_.clear();
+   empty_ = Group();
    std::fill(std::begin(recent_), std::end(recent_), RecentGroup());
    recentNext_ = 0;
 
@@ -318,6 +324,10 @@ ZLC_ReturnStatus Reader::open(ByteSource &source, Problem *problem) {
    }
    count_ = section(SectionId::Index).size() / kIndexEntrySize;
    verified_.assign((count_ + 63) / 64, 0);
+   if (auto whole = source.viewInPlace(sectionOffset(SectionId::Data));
+       whole.size() == sections_[static_cast<size_t>(SectionId::Data)].size) {
+      data_ = whole;
+   }
    if (problem) {
       *problem = {};
    }
@@ -336,7 +346,11 @@ std::span<const uint8_t> Reader::entryKey(const IndexEntry &e) const {
    return section(SectionId::Keys).subspan(e.keyOffset, e.keyLength);
 }
 
-Reader::Group &Reader::group(EntryKind kind, uint32_t nameId) const {
+uint32_t Reader::entryStatus(size_t i) const {
+   return getU32(section(SectionId::Index).data() + i * kIndexEntrySize + indexField::kStatus);
+}
+
+Reader::Group &Reader::groupById(EntryKind kind, uint32_t nameId) const {
    const uint64_t id = indexGroup(kind, nameId);
    if (auto it = groups_.find(id); it != groups_.end()) {
       return it->second;
@@ -375,36 +389,36 @@ std::string_view Reader::keyText(size_t i) const {
    return asText(section(SectionId::Keys).subspan(offset, length));
 }
 
-Reader::Group *Reader::findGroup(EntryKind kind, std::string_view node) const {
+Reader::Group &Reader::group(EntryKind kind, std::string_view node) const {
    if (kind == EntryKind::DevInfo) {
       node = {};
    }
    for (const RecentGroup &r : recent_) {
       if (r.group && r.kind == kind && r.node == node) {
-         return r.group;
+         return *r.group;
       }
    }
    uint32_t id = kNoNode;
    if (kind != EntryKind::DevInfo) {
       auto it = std::lower_bound(names_.begin(), names_.end(), node);
       if (it == names_.end() || *it != node) {
-         return nullptr;
+         return empty_;
       }
       id = static_cast<uint32_t>(it - names_.begin());
       node = *it;  // the file's copy, which outlives the caller's
    }
-   Group &g = group(kind, id);
+   Group &g = groupById(kind, id);
    recent_[recentNext_] = {kind, node, &g};
    recentNext_ = (recentNext_ + 1) % kRecentGroups;
-   return &g;
+   return g;
 }
 
 std::optional<size_t> Reader::find(EntryKind kind, std::string_view node, std::string_view key) const {
-   Group *in = findGroup(kind, node);
-   if (!in) {
-      return std::nullopt;
-   }
-   Group &g = *in;
+   const size_t i = find(group(kind, node), key);
+   return i == kNotFound ? std::nullopt : std::optional<size_t>(i);
+}
+
+size_t Reader::find(Group &g, std::string_view key) const {
    // The entry after the last one found, or that one again (several worlds
    // of one cartel read the cartel's records in turn).
    if (g.next < g.last && keyText(g.next) == key) {
@@ -416,16 +430,16 @@ std::optional<size_t> Reader::find(EntryKind kind, std::string_view node, std::s
    // A walk in key order that asks for keys the node does not hold: the key
    // sorts between the last entry found and the next one.
    if ((g.next == g.first || keyText(g.next - 1) < key) && (g.next == g.last || key < keyText(g.next))) {
-      return std::nullopt;
+      return kNotFound;
    }
-   std::optional<size_t> found = findOutOfOrder(g, key);
-   if (found) {
-      g.next = *found + 1;
+   const size_t found = findOutOfOrder(g, key);
+   if (found != kNotFound) {
+      g.next = found + 1;
    }
    return found;
 }
 
-std::optional<size_t> Reader::findOutOfOrder(Group &g, std::string_view key) const {
+size_t Reader::findOutOfOrder(Group &g, std::string_view key) const {
    // A command that walks a node out of key order reads many of its entries:
    // after a few such lookups the group gets a hash table, so that the walk
    // costs linear time, while opening a file and reading one record never
@@ -451,7 +465,7 @@ std::optional<size_t> Reader::findOutOfOrder(Group &g, std::string_view key) con
             return g.byKey[slot] - 1;
          }
       }
-      return std::nullopt;
+      return kNotFound;
    }
    size_t lo = g.first, hi = g.last;
    while (lo < hi) {
@@ -466,7 +480,7 @@ std::optional<size_t> Reader::findOutOfOrder(Group &g, std::string_view key) con
          hi = mid;
       }
    }
-   return std::nullopt;
+   return kNotFound;
 }
 
 ZLC_ReturnStatus Reader::payload(size_t i, std::span<const uint8_t> &out, Problem *problem) const {

@@ -14,6 +14,13 @@ namespace zif {
 
 using PciFunction = std::array<uint32_t, 4>;
 
+// A node as the C API names it: its number and its name in the node table.
+// The number lets a back end remember what it found for the node.
+struct NodeRef {
+   uint16_t number;
+   std::string_view name;
+};
+
 class Backend {
 public:
    virtual ~Backend() = default;
@@ -22,22 +29,22 @@ public:
    virtual ZLC_ReturnStatus getRecord(std::string_view node, const Keys &keys, std::span<uint8_t> buffer) = 0;
    // The same with the keys encoded as encodeKeys does: the C API's reads
    // come this way, so that a read builds no key vector.
-   virtual ZLC_ReturnStatus getRecordEncoded(std::string_view node, std::string_view key, std::span<uint8_t> buffer) {
+   virtual ZLC_ReturnStatus getRecordEncoded(const NodeRef &node, std::string_view key, std::span<uint8_t> buffer) {
       Keys keys;
       if (!decodeKeys({reinterpret_cast<const uint8_t *>(key.data()), key.size()}, keys)) {
          return ZLC_BAD_PARAM;
       }
-      return getRecord(node, keys, buffer);
+      return getRecord(node.name, keys, buffer);
    }
    // The instances with the parent keys and the answer both encoded: the
    // bytes stay valid until the next call on the back end.
-   virtual ZLC_ReturnStatus listInstancesEncoded(std::string_view node, std::string_view parent,
+   virtual ZLC_ReturnStatus listInstancesEncoded(const NodeRef &node, std::string_view parent,
                                                  std::span<const uint8_t> &out) {
       Keys parentKeys, keys;
       if (!decodeKeys({reinterpret_cast<const uint8_t *>(parent.data()), parent.size()}, parentKeys)) {
          return ZLC_BAD_PARAM;
       }
-      ZLC_ReturnStatus s = listInstances(node, parentKeys, keys);
+      ZLC_ReturnStatus s = listInstances(node.name, parentKeys, keys);
       if (s == ZLC_OK) {
          encoded_ = encodeKeys(keys);
          out = {reinterpret_cast<const uint8_t *>(encoded_.data()), encoded_.size()};

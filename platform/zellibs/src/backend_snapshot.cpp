@@ -5,9 +5,24 @@
 #include <cstring>
 
 namespace zif {
+namespace {
+
+// A stored record into a caller's buffer: as much as fits, the rest zeroed (a
+// record is stored without its trailing zero bytes).
+void copyRecord(std::span<const uint8_t> stored, std::span<uint8_t> buffer) {
+   const size_t n = std::min(buffer.size(), stored.size());
+   if (n) {
+      std::memcpy(buffer.data(), stored.data(), n);
+   }
+   std::fill(buffer.begin() + static_cast<ptrdiff_t>(n), buffer.end(), 0);
+}
+
+}  // namespace
 
 ZLC_ReturnStatus SnapshotBackend::load(const std::string &path) {
    path_ = path;
+   recordGroups_.clear();
+   listGroups_.clear();
    ZLC_ReturnStatus s = file_.open(path);
    if (s == ZLC_OK) {
       s = reader_.open(file_);
@@ -26,15 +41,30 @@ ZLC_ReturnStatus SnapshotBackend::lookup(EntryKind kind, std::string_view node, 
 
 ZLC_ReturnStatus SnapshotBackend::lookup(EntryKind kind, std::string_view node, std::string_view key,
                                          std::span<const uint8_t> &payload) {
-   auto i = reader_.find(kind, node, key);
-   if (!i) {
+   return lookup(reader_.group(kind, node), key, payload);
+}
+
+ZLC_ReturnStatus SnapshotBackend::lookup(Reader::Group &group, std::string_view key,
+                                         std::span<const uint8_t> &payload) {
+   const size_t i = reader_.find(group, key);
+   if (i == Reader::kNotFound) {
       return ZLC_NO_SUCH_NODE;
    }
-   IndexEntry e = reader_.entry(*i);
-   if (e.status != 0) {
-      return e.status;
+   if (uint32_t status = reader_.entryStatus(i); status != 0) {
+      return status;
    }
-   return reader_.payload(*i, payload);
+   return reader_.payload(i, payload);
+}
+
+Reader::Group &SnapshotBackend::groupOf(EntryKind kind, const NodeRef &node) {
+   std::vector<Reader::Group *> &groups = kind == EntryKind::List ? listGroups_ : recordGroups_;
+   if (node.number >= groups.size()) {
+      groups.resize(size_t{node.number} + 1, nullptr);
+   }
+   if (!groups[node.number]) {
+      groups[node.number] = &reader_.group(kind, node.name);
+   }
+   return *groups[node.number];
 }
 
 ZLC_ReturnStatus SnapshotBackend::listInstances(std::string_view node, const Keys &parent, Keys &out) {
@@ -46,28 +76,28 @@ ZLC_ReturnStatus SnapshotBackend::listInstances(std::string_view node, const Key
    return decodeKeys(payload, out) ? ZLC_OK : ZLC_SNAP_CORRUPT;
 }
 
-ZLC_ReturnStatus SnapshotBackend::listInstancesEncoded(std::string_view node, std::string_view parent,
+ZLC_ReturnStatus SnapshotBackend::listInstancesEncoded(const NodeRef &node, std::string_view parent,
                                                        std::span<const uint8_t> &out) {
-   return lookup(EntryKind::List, node, parent, out);
+   return lookup(groupOf(EntryKind::List, node), parent, out);
 }
 
 ZLC_ReturnStatus SnapshotBackend::getRecord(std::string_view node, const Keys &keys, std::span<uint8_t> buffer) {
-   return getRecordEncoded(node, encodeKeys(keys), buffer);
+   std::span<const uint8_t> payload;
+   ZLC_ReturnStatus s = lookup(EntryKind::Record, node, encodeKeys(keys), payload);
+   if (s == ZLC_OK) {
+      copyRecord(payload, buffer);
+   }
+   return s;
 }
 
-ZLC_ReturnStatus SnapshotBackend::getRecordEncoded(std::string_view node, std::string_view key,
+ZLC_ReturnStatus SnapshotBackend::getRecordEncoded(const NodeRef &node, std::string_view key,
                                                    std::span<uint8_t> buffer) {
    std::span<const uint8_t> payload;
-   ZLC_ReturnStatus s = lookup(EntryKind::Record, node, key, payload);
-   if (s != ZLC_OK) {
-      return s;
+   ZLC_ReturnStatus s = lookup(groupOf(EntryKind::Record, node), key, payload);
+   if (s == ZLC_OK) {
+      copyRecord(payload, buffer);
    }
-   size_t n = std::min(buffer.size(), payload.size());
-   if (n) {
-      std::memcpy(buffer.data(), payload.data(), n);
-   }
-   std::fill(buffer.begin() + static_cast<ptrdiff_t>(n), buffer.end(), 0);
-   return ZLC_OK;
+   return s;
 }
 
 ZLC_ReturnStatus SnapshotBackend::dataLength(std::string_view node, const Keys &keys, uint32_t &length) {
@@ -112,11 +142,7 @@ bool SnapshotBackend::storedSetAnswer(std::string_view node, const Keys &input, 
    if (status != ZLC_OK) {
       return true;
    }
-   size_t n = std::min(output.size(), payload.size());
-   if (n) {
-      std::memcpy(output.data(), payload.data(), n);
-   }
-   std::fill(output.begin() + static_cast<ptrdiff_t>(n), output.end(), 0);
+   copyRecord(payload, output);
    status = reader_.entry(*i).status;
    return true;
 }

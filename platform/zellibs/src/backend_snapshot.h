@@ -11,10 +11,10 @@ public:
    ZLC_ReturnStatus load(const std::string &path);
 
    ZLC_ReturnStatus listInstances(std::string_view node, const Keys &parent, Keys &out) override;
-   ZLC_ReturnStatus listInstancesEncoded(std::string_view node, std::string_view parent,
+   ZLC_ReturnStatus listInstancesEncoded(const NodeRef &node, std::string_view parent,
                                          std::span<const uint8_t> &out) override;
    ZLC_ReturnStatus getRecord(std::string_view node, const Keys &keys, std::span<uint8_t> buffer) override;
-   ZLC_ReturnStatus getRecordEncoded(std::string_view node, std::string_view key, std::span<uint8_t> buffer) override;
+   ZLC_ReturnStatus getRecordEncoded(const NodeRef &node, std::string_view key, std::span<uint8_t> buffer) override;
    ZLC_ReturnStatus dataLength(std::string_view node, const Keys &keys, uint32_t &length) override;
    ZLC_ReturnStatus readData(std::string_view node, const Keys &keys, uint32_t offset, std::span<uint8_t> out,
                              uint32_t &delivered) override;
@@ -31,10 +31,14 @@ protected:
    ZLC_ReturnStatus lookup(EntryKind kind, std::string_view node, const Keys &keys, std::span<const uint8_t> &payload);
    ZLC_ReturnStatus lookup(EntryKind kind, std::string_view node, std::string_view key,
                            std::span<const uint8_t> &payload);
+   ZLC_ReturnStatus lookup(Reader::Group &group, std::string_view key, std::span<const uint8_t> &payload);
+   // The reader's group of a node's records or lists, found once per load.
+   Reader::Group &groupOf(EntryKind kind, const NodeRef &node);
 
    std::string path_;
    MappedFile file_;
    Reader reader_;
+   std::vector<Reader::Group *> recordGroups_, listGroups_;  // by node number
 };
 
 }  // namespace zif

@@ -298,12 +298,12 @@ ZLC_ReturnStatus nodeOp(ZIF_NodeNumber node, Op op) {
    if (!gSource) {
       return ZLC_NO_SOURCE;
    }
-   auto name = nodeName(node);
-   if (!name) {
+   const std::string_view name = nodeName(node);
+   if (name.empty()) {
       return ZLC_BAD_PARAM;
    }
    try {
-      return op(*name);
+      return op(NodeRef{node, name});
    } catch (const std::bad_alloc &) {
       return ZLC_NO_MEMORY;
    } catch (...) {
@@ -493,8 +493,8 @@ ZLC_ReturnStatus ZIF_Get(ZIF_NodeNumber node, ZIF_ParamList *params, void *buffe
    if (!buffer && length) {
       return ZLC_BAD_PARAM;
    }
-   return nodeOp(node, [&](std::string_view name) {
-      return gSource->getRecordEncoded(name, EncodedParams(params).view(), {static_cast<uint8_t *>(buffer), length});
+   return nodeOp(node, [&](const NodeRef &ref) {
+      return gSource->getRecordEncoded(ref, EncodedParams(params).view(), {static_cast<uint8_t *>(buffer), length});
    });
 }
 
@@ -504,7 +504,7 @@ ZLC_ReturnStatus ZIF_Set(ZIF_NodeNumber node, ZIF_ParamList *params, ZIF_ParamLi
    if (output) {
       out = {static_cast<uint8_t *>(output), outputLength};
    }
-   return nodeOp(node, [&](std::string_view name) { return gSource->set(name, toKeys(params), toKeys(input), out); });
+   return nodeOp(node, [&](const NodeRef &ref) { return gSource->set(ref.name, toKeys(params), toKeys(input), out); });
 }
 
 ZLC_ReturnStatus ZIF_GetInstanceListAlloc(ZIF_NodeNumber node, ZIF_ParamList *params, ZIF_ParamList **list) {
@@ -512,9 +512,9 @@ ZLC_ReturnStatus ZIF_GetInstanceListAlloc(ZIF_NodeNumber node, ZIF_ParamList *pa
       return ZLC_BAD_PARAM;
    }
    *list = nullptr;
-   return nodeOp(node, [&](std::string_view name) {
+   return nodeOp(node, [&](const NodeRef &ref) {
       std::span<const uint8_t> keys;
-      ZLC_ReturnStatus s = gSource->listInstancesEncoded(name, EncodedParams(params).view(), keys);
+      ZLC_ReturnStatus s = gSource->listInstancesEncoded(ref, EncodedParams(params).view(), keys);
       if (s != ZLC_OK) {
          return s;
       }
@@ -531,7 +531,7 @@ ZLC_ReturnStatus ZIF_GetDataLength(ZIF_NodeNumber node, ZIF_ParamList *params, u
    if (!length) {
       return ZLC_BAD_PARAM;
    }
-   return nodeOp(node, [&](std::string_view name) { return gSource->dataLength(name, toKeys(params), *length); });
+   return nodeOp(node, [&](const NodeRef &ref) { return gSource->dataLength(ref.name, toKeys(params), *length); });
 }
 
 // The input object holds a read request {u32 offset, u32 count}; the output
@@ -545,10 +545,10 @@ ZLC_ReturnStatus ZIF_SetData(ZIF_NodeNumber node, ZIF_ParamList *params, ZIFData
       offset = (offset << 8) | input->bytes[i];
       count = (count << 8) | input->bytes[4 + i];
    }
-   return nodeOp(node, [&](std::string_view name) {
+   return nodeOp(node, [&](const NodeRef &ref) {
       uint32_t delivered = 0;
       std::span<uint8_t> out(output->bytes, std::min(count, output->size));
-      ZLC_ReturnStatus s = gSource->readData(name, toKeys(params), offset, out, delivered);
+      ZLC_ReturnStatus s = gSource->readData(ref.name, toKeys(params), offset, out, delivered);
       if (s == ZLC_OK) {
          output->length = delivered;
       }

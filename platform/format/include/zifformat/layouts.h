@@ -3,7 +3,6 @@
 #pragma once
 
 #include <cstdint>
-#include <optional>
 #include <span>
 #include <string_view>
 
@@ -41,7 +40,8 @@ struct NodeInfo {
 
 // Every node of the interface, in declaration order (numbers start at 1).
 std::span<const NodeInfo> allNodes();
-std::optional<std::string_view> nodeName(uint16_t number);
+// The name of a node number; empty for a number that names no node.
+std::string_view nodeName(uint16_t number);
 bool isKnownNode(std::string_view name);
 
 // Every record layout of a node, in table order (not the replies).

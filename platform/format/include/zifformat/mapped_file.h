@@ -27,6 +27,8 @@ public:
    uint64_t size() const override { return size_; }
    std::optional<std::span<const uint8_t>> view(uint64_t offset, uint64_t length) override;
    void willReadAll(uint64_t offset, uint64_t length) override;
+   // Only a file mapped whole has its bytes in view.
+   std::span<const uint8_t> viewInPlace(uint64_t offset) override;
 
    static constexpr uint64_t kWholeLimit = 64 << 20;
    static constexpr uint64_t kWindow = 16 << 20;

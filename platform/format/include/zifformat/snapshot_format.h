@@ -204,6 +204,9 @@ public:
    // Says that bytes the caller has viewed will all be read now, so that a
    // mapping can bring them in at once rather than page by page.
    virtual void willReadAll(uint64_t /*offset*/, uint64_t /*length*/) {}
+   // Bytes [offset, size()) when they are in view already, so that a reader
+   // can keep them rather than ask for each piece; else empty.
+   virtual std::span<const uint8_t> viewInPlace(uint64_t /*offset*/) { return {}; }
 };
 
 class MemorySource : public ByteSource {
@@ -213,6 +216,7 @@ public:
    std::optional<std::span<const uint8_t>> view(uint64_t offset, uint64_t length) override {
       return bytes_.subspan(offset, length);
    }
+   std::span<const uint8_t> viewInPlace(uint64_t offset) override { return bytes_.subspan(offset); }
 
 private:
    std::span<const uint8_t> bytes_;
@@ -236,6 +240,28 @@ public:
    std::string_view entryNode(const IndexEntry &e) const;
    std::span<const uint8_t> entryKey(const IndexEntry &e) const;
    std::optional<size_t> find(EntryKind kind, std::string_view node, std::string_view key) const;
+
+   // The run of index entries of one kind and node, [first, last), the entry
+   // after the last one found (a walk in key order finds each next there), and
+   // once it is looked up often out of order, a hash table of its keys. Its
+   // fields are the reader's own.
+   struct Group {
+      size_t first = 0, last = 0;
+      size_t next = 0;
+      unsigned lookups = 0;
+      // Open addressing: entry index + 1 per slot, 0 for an empty one; a
+      // power of two in size.
+      std::vector<uint32_t> byKey;
+   };
+   // The group of a kind and node, an empty one when the file has no such
+   // node; valid until the next open. A caller that reads a node many times
+   // keeps it and looks its keys up with find(group, key).
+   Group &group(EntryKind kind, std::string_view node) const;
+   // The entry's index, or kNotFound. A plain number: an optional returned
+   // through memory stalls every call on its way back.
+   static constexpr size_t kNotFound = SIZE_MAX;
+   size_t find(Group &group, std::string_view key) const;
+   uint32_t entryStatus(size_t i) const;
    // The entry's payload, after its checksum has been verified once.
    ZLC_ReturnStatus payload(size_t i, std::span<const uint8_t> &out, Problem *problem = nullptr) const;
 
@@ -252,25 +278,14 @@ private:
    };
    std::span<const uint8_t> section(SectionId id) const;  // not for Data
    ZLC_ReturnStatus data(uint64_t offset, uint64_t length, std::span<const uint8_t> &out) const;
-   // The run of index entries of one kind and node, [first, last), the entry
-   // after the last one found (a walk in key order finds each next there), and
-   // once it is looked up often out of order, a hash table of its keys.
-   struct Group {
-      size_t first = 0, last = 0;
-      size_t next = 0;
-      unsigned lookups = 0;
-      // Open addressing: entry index + 1 per slot, 0 for an empty one; a
-      // power of two in size.
-      std::vector<uint32_t> byKey;
-   };
-   Group &group(EntryKind kind, uint32_t nameId) const;
-   Group *findGroup(EntryKind kind, std::string_view node) const;
-   std::optional<size_t> findOutOfOrder(Group &g, std::string_view key) const;
+   Group &groupById(EntryKind kind, uint32_t nameId) const;
+   size_t findOutOfOrder(Group &g, std::string_view key) const;
    std::string_view keyText(size_t i) const;
 
    std::unique_ptr<MemorySource> own_;
    ByteSource *source_ = nullptr;
    std::span<const uint8_t> head_;  // the header and every section before the data
+   std::span<const uint8_t> data_;  // the data section, when the source holds it all in view
    Section sections_[kSectionCount] = {};
    Signature signature_;
    SimulatorSettings simulator_;
@@ -279,6 +294,7 @@ private:
    size_t count_ = 0;
    mutable std::vector<uint64_t> verified_;  // a bit per entry
    mutable std::unordered_map<uint64_t, Group> groups_;
+   mutable Group empty_;  // of every node the file does not hold
    // The groups of the last few lookups, tried before the names and the
    // table: a command reads a handful of nodes in turn.
    struct RecentGroup {
