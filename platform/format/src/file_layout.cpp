@@ -63,12 +63,6 @@ private:
    size_t pos_ = 0;
 };
 
-// Integer keys are stored big-endian with the sign bit flipped, so that their
-// bytes sort in numeric order: a walk over a node in instance order then
-// reads the index front to back.
-constexpr uint64_t kKeySignBit = uint64_t{1} << 63;
-constexpr size_t kIntKeySize = KeyReader::kIntSize;
-
 // Walks encoded keys, handing each to add(type, number, text); false at the
 // first malformed key.
 template <typename Add>
@@ -86,29 +80,6 @@ bool walkKeys(std::span<const uint8_t> bytes, Add &&add) {
 }  // namespace
 
 // ---- keys ----
-
-size_t encodedKeySize(KeyType type, std::string_view text) {
-   return 1 + (type == KeyType::Int ? kIntKeySize : type == KeyType::Text ? 4 + text.size() : 0);
-}
-
-size_t encodeKey(uint8_t *out, KeyType type, int64_t number, std::string_view text) {
-   out[0] = static_cast<uint8_t>(type);
-   if (type == KeyType::Int) {
-      const uint64_t v = static_cast<uint64_t>(number) ^ kKeySignBit;
-      for (size_t i = 0; i < kIntKeySize; i++) {
-         out[1 + i] = static_cast<uint8_t>(v >> (8 * (kIntKeySize - 1 - i)));
-      }
-      return 1 + kIntKeySize;
-   }
-   if (type == KeyType::Text) {
-      file::putU32At(out + 1, static_cast<uint32_t>(text.size()));
-      if (!text.empty()) {
-         std::memcpy(out + 5, text.data(), text.size());
-      }
-      return 5 + text.size();
-   }
-   return 1;
-}
 
 void appendKey(std::string &out, KeyType type, int64_t number, std::string_view text) {
    const size_t at = out.size();

@@ -139,11 +139,11 @@ std::span<const NodeInfo> allNodes() {
 }
 
 std::string_view nodeName(uint16_t number) {
-   const auto &nodes = tables().nodes;
-   if (number == 0 || number > nodes.size()) {
+   // The constant table, not the built one: every library call asks.
+   if (number == 0 || number > std::size(kNodes)) {
       return {};
    }
-   return nodes[number - 1].name;
+   return kNodes[number - 1].name;
 }
 
 bool isKnownNode(std::string_view name) {

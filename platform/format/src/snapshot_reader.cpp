@@ -164,6 +164,29 @@ bool entryFollows(const IndexEntry &prev, std::span<const uint8_t> prevKey, cons
    return a < b || (a == b && keyBytesLess(prevKey, key));
 }
 
+// Equal key bytes. Keys are short (an integer key takes nine bytes), so they
+// are compared a word at a time in place, not by a library call.
+bool sameKey(std::string_view a, std::string_view b) {
+   const size_t n = a.size();
+   if (n != b.size()) {
+      return false;
+   }
+   if (n < 8) {
+      return n == 0 || std::memcmp(a.data(), b.data(), n) == 0;
+   }
+   auto word = [](const char *p) {
+      uint64_t w;
+      std::memcpy(&w, p, 8);
+      return w;
+   };
+   for (size_t i = 0; i + 8 < n; i += 8) {
+      if (word(a.data() + i) != word(b.data() + i)) {
+         return false;
+      }
+   }
+   return word(a.data() + n - 8) == word(b.data() + n - 8);
+}
+
 using HashState = std::unique_ptr<XXH3_state_t, decltype(&XXH3_freeState)>;
 
 // The checksums of the index and keys sections, computed as the index walk
@@ -421,10 +444,10 @@ std::optional<size_t> Reader::find(EntryKind kind, std::string_view node, std::s
 size_t Reader::find(Group &g, std::string_view key) const {
    // The entry after the last one found, or that one again (several worlds
    // of one cartel read the cartel's records in turn).
-   if (g.next < g.last && keyText(g.next) == key) {
+   if (g.next < g.last && sameKey(keyText(g.next), key)) {
       return g.next++;
    }
-   if (g.next > g.first && keyText(g.next - 1) == key) {
+   if (g.next > g.first && sameKey(keyText(g.next - 1), key)) {
       return g.next - 1;
    }
    // A walk in key order that asks for keys the node does not hold: the key
@@ -461,7 +484,7 @@ size_t Reader::findOutOfOrder(Group &g, std::string_view key) const {
    if (!g.byKey.empty()) {
       const size_t mask = g.byKey.size() - 1;
       for (size_t slot = hashOf(asBytes(key)) & mask; g.byKey[slot] != 0; slot = (slot + 1) & mask) {
-         if (keyText(g.byKey[slot] - 1) == key) {
+         if (sameKey(keyText(g.byKey[slot] - 1), key)) {
             return g.byKey[slot] - 1;
          }
       }
@@ -487,20 +510,33 @@ ZLC_ReturnStatus Reader::payload(size_t i, std::span<const uint8_t> &out, Proble
    if (i >= count_) {
       return ZLC_BAD_PARAM;
    }
-   IndexEntry e = entry(i);
-   if (ZLC_ReturnStatus s = data(e.dataOffset, e.dataLength, out); s != ZLC_OK) {
+   // Only the fields a read needs: this runs for every record read.
+   const uint8_t *p = section(SectionId::Index).data() + i * kIndexEntrySize;
+   const uint64_t offset = getU64(p + indexField::kDataOffset);
+   if (ZLC_ReturnStatus s = data(offset, getU32(p + indexField::kDataLength), out); s != ZLC_OK) {
       return fail(problem, s, "cannot map the data of entry " + std::to_string(i), sectionOffset(SectionId::Data));
    }
    const uint64_t bit = uint64_t{1} << (i % 64);
    if (!(verified_[i / 64] & bit)) {
-      if (hashOf(out) != e.checksum) {
+      if (hashOf(out) != getU64(p + indexField::kChecksum)) {
          out = {};
          return fail(problem, ZLC_SNAP_CORRUPT, "checksum mismatch in the data of entry " + std::to_string(i),
-                     sectionOffset(SectionId::Data) + e.dataOffset);
+                     sectionOffset(SectionId::Data) + offset);
       }
       verified_[i / 64] |= bit;
    }
    return ZLC_OK;
+}
+
+ZLC_ReturnStatus Reader::read(Group &group, std::string_view key, std::span<const uint8_t> &out) const {
+   const size_t i = find(group, key);
+   if (i == kNotFound) {
+      return ZLC_NO_SUCH_NODE;
+   }
+   if (uint32_t status = entryStatus(i); status != 0) {
+      return status;
+   }
+   return payload(i, out);
 }
 
 ZLC_ReturnStatus Reader::toModel(Snapshot &out, Problem *problem) const {

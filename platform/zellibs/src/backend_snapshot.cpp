@@ -46,14 +46,7 @@ ZLC_ReturnStatus SnapshotBackend::lookup(EntryKind kind, std::string_view node, 
 
 ZLC_ReturnStatus SnapshotBackend::lookup(Reader::Group &group, std::string_view key,
                                          std::span<const uint8_t> &payload) {
-   const size_t i = reader_.find(group, key);
-   if (i == Reader::kNotFound) {
-      return ZLC_NO_SUCH_NODE;
-   }
-   if (uint32_t status = reader_.entryStatus(i); status != 0) {
-      return status;
-   }
-   return reader_.payload(i, payload);
+   return reader_.read(group, key, payload);
 }
 
 Reader::Group &SnapshotBackend::groupOf(EntryKind kind, const NodeRef &node) {

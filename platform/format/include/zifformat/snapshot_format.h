@@ -5,6 +5,7 @@
 #include "zellibs.h"
 
 #include <cstdint>
+#include <cstring>
 #include <memory>
 #include <optional>
 #include <span>
@@ -54,10 +55,6 @@ using Keys = std::vector<Key>;
 void appendKey(std::string &out, KeyType type, int64_t number, std::string_view text);
 std::string encodeKeys(const Keys &keys);
 bool decodeKeys(std::span<const uint8_t> bytes, Keys &out);
-// One key's encoding: its size, and the key written at out (which must hold
-// that many bytes), returning the size.
-size_t encodedKeySize(KeyType type, std::string_view text);
-size_t encodeKey(uint8_t *out, KeyType type, int64_t number, std::string_view text);
 
 // Encoded keys read one at a time, building nothing. The one reader of the
 // encoding: the index check at open runs it over every key of a file.
@@ -75,12 +72,11 @@ public:
       number = 0;
       text = {};
       if (p[0] == static_cast<uint8_t>(KeyType::Int) && left >= kIntSize) {
-         // Big-endian with the sign bit flipped, so that keys sort as numbers.
          uint64_t v = 0;
          for (size_t i = 1; i <= kIntSize; i++) {
             v = (v << 8) | p[i];
          }
-         number = static_cast<int64_t>(v ^ (uint64_t{1} << 63));
+         number = static_cast<int64_t>(v ^ kSignBit);
          pos_ += 1 + kIntSize;
       } else if (p[0] == static_cast<uint8_t>(KeyType::Text) && left >= 4) {
          const uint32_t n = uint32_t{p[1]} | uint32_t{p[2]} << 8 | uint32_t{p[3]} << 16 | uint32_t{p[4]} << 24;
@@ -101,13 +97,47 @@ public:
    }
    bool malformed() const { return malformed_; }
 
+   // Integer keys are stored big-endian with the sign bit flipped, so that
+   // their bytes sort in numeric order: a walk over a node in instance order
+   // then reads the index front to back.
    static constexpr size_t kIntSize = 8;
+   static constexpr uint64_t kSignBit = uint64_t{1} << 63;
 
 private:
    std::span<const uint8_t> bytes_;
    size_t pos_ = 0;
    bool malformed_ = false;
 };
+
+// One key's encoding: its size, and the key written at out (which must hold
+// that many bytes), returning the size. Inline: the library encodes the keys
+// of every read.
+inline size_t encodedKeySize(KeyType type, std::string_view text) {
+   return 1 + (type == KeyType::Int ? KeyReader::kIntSize : type == KeyType::Text ? 4 + text.size() : 0);
+}
+
+inline size_t encodeKey(uint8_t *out, KeyType type, int64_t number, std::string_view text) {
+   out[0] = static_cast<uint8_t>(type);
+   if (type == KeyType::Int) {
+      uint64_t v = static_cast<uint64_t>(number) ^ KeyReader::kSignBit;
+      for (size_t i = KeyReader::kIntSize; i >= 1; i--) {
+         out[i] = static_cast<uint8_t>(v);
+         v >>= 8;
+      }
+      return 1 + KeyReader::kIntSize;
+   }
+   if (type == KeyType::Text) {
+      const auto n = static_cast<uint32_t>(text.size());
+      for (size_t i = 0; i < 4; i++) {
+         out[1 + i] = static_cast<uint8_t>(n >> (8 * i));
+      }
+      if (!text.empty()) {
+         std::memcpy(out + 5, text.data(), text.size());
+      }
+      return 5 + text.size();
+   }
+   return 1;
+}
 
 struct Signature {
    uint64_t digest = 0;
@@ -262,6 +292,9 @@ public:
    static constexpr size_t kNotFound = SIZE_MAX;
    size_t find(Group &group, std::string_view key) const;
    uint32_t entryStatus(size_t i) const;
+   // The entry of key in group: ZLC_NO_SUCH_NODE without one, the status an
+   // entry holds in place of its payload, else ZLC_OK and its payload.
+   ZLC_ReturnStatus read(Group &group, std::string_view key, std::span<const uint8_t> &out) const;
    // The entry's payload, after its checksum has been verified once.
    ZLC_ReturnStatus payload(size_t i, std::span<const uint8_t> &out, Problem *problem = nullptr) const;
 
