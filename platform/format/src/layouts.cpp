@@ -77,12 +77,6 @@ constexpr NamedValue kValues[] = {
 #undef ZIF_END
 };
 
-constexpr NodeInfo kNodes[] = {
-#define ZIF_NODE_ROW(n) {0, #n},
-      ZIF_NODE_LIST(ZIF_NODE_ROW)
-#undef ZIF_NODE_ROW
-};
-
 struct Tables {
    std::vector<FieldLayout> fields;
    std::vector<RecordLayout> records;
@@ -93,8 +87,8 @@ struct Tables {
 const Tables &tables() {
    static const Tables built = [] {
       Tables t;
-      for (size_t i = 0; i < std::size(kNodes); i++) {
-         t.nodes.push_back({static_cast<uint16_t>(i + 1), kNodes[i].name});
+      for (size_t i = 0; i < std::size(kNodeNames); i++) {
+         t.nodes.push_back({static_cast<uint16_t>(i + 1), kNodeNames[i]});
       }
       t.fields.reserve(std::size(kRows));
       std::vector<std::pair<size_t, size_t>> spans;  // first field, count
@@ -136,14 +130,6 @@ const Tables &tables() {
 
 std::span<const NodeInfo> allNodes() {
    return tables().nodes;
-}
-
-std::string_view nodeName(uint16_t number) {
-   // The constant table, not the built one: every library call asks.
-   if (number == 0 || number > std::size(kNodes)) {
-      return {};
-   }
-   return kNodes[number - 1].name;
 }
 
 bool isKnownNode(std::string_view name) {

@@ -3,8 +3,11 @@
 #pragma once
 
 #include <cstdint>
+#include <iterator>
 #include <span>
 #include <string_view>
+
+#include "zellibs.h"
 
 namespace zif {
 
@@ -40,8 +43,18 @@ struct NodeInfo {
 
 // Every node of the interface, in declaration order (numbers start at 1).
 std::span<const NodeInfo> allNodes();
-// The name of a node number; empty for a number that names no node.
-std::string_view nodeName(uint16_t number);
+// Every node's name, in declaration order (node number - 1).
+inline constexpr std::string_view kNodeNames[] = {
+#define ZIF_NODE_NAME(n) #n,
+      ZIF_NODE_LIST(ZIF_NODE_NAME)
+#undef ZIF_NODE_NAME
+};
+
+// The name of a node number; empty for a number that names no node. Inline:
+// every library call asks.
+inline std::string_view nodeName(uint16_t number) {
+   return number >= 1 && number <= std::size(kNodeNames) ? kNodeNames[number - 1] : std::string_view();
+}
 bool isKnownNode(std::string_view name);
 
 // Every record layout of a node, in table order (not the replies).
