@@ -5,13 +5,82 @@
 // to one file.
 #pragma once
 
+#include <algorithm>
 #include <charconv>
 #include <cstdint>
 #include <cstdio>
-#include <string>
+#include <cstdlib>
+#include <cstring>
+#include <new>
 #include <string_view>
 
 namespace world {
+
+// The text of lines being built, in one growing block: the few string
+// operations the listings use, each inline, so that a line of a dozen pieces
+// costs its copies and no calls into the string library.
+class LineBuffer {
+public:
+   LineBuffer() = default;
+   LineBuffer(const LineBuffer &) = delete;
+   LineBuffer &operator=(const LineBuffer &) = delete;
+   ~LineBuffer() { std::free(begin_); }
+
+   LineBuffer &operator+=(std::string_view text) {
+      append(text.data(), text.data() + text.size());
+      return *this;
+   }
+   LineBuffer &operator+=(char c) {
+      MakeRoom(1);
+      *end_++ = c;
+      return *this;
+   }
+   void append(const char *first, const char *last) {
+      const auto count = static_cast<std::size_t>(last - first);
+      MakeRoom(count);
+      if (count != 0) {
+         std::memcpy(end_, first, count);
+      }
+      end_ += count;
+   }
+   void append(std::size_t count, char c) {
+      MakeRoom(count);
+      std::memset(end_, c, count);
+      end_ += count;
+   }
+   // Drops the text from size on; size is at most size().
+   void resize(std::size_t size) { end_ = begin_ + size; }
+   void clear() { end_ = begin_; }
+
+   std::size_t size() const { return static_cast<std::size_t>(end_ - begin_); }
+   bool empty() const { return end_ == begin_; }
+   const char *data() const { return begin_; }
+   std::string_view View() const { return {begin_, size()}; }
+
+private:
+   void MakeRoom(std::size_t count) {
+      if (static_cast<std::size_t>(limit_ - end_) < count) {
+         Grow(count);
+      }
+   }
+   // Doubles the block (at least); throws std::bad_alloc when that fails.
+   void Grow(std::size_t count) {
+      const std::size_t used = size();
+      const std::size_t capacity =
+            std::max({std::size_t{256}, 2 * static_cast<std::size_t>(limit_ - begin_), used + count});
+      char *grown = static_cast<char *>(std::realloc(begin_, capacity));
+      if (grown == nullptr) {
+         throw std::bad_alloc();
+      }
+      begin_ = grown;
+      end_ = grown + used;
+      limit_ = grown + capacity;
+   }
+
+   char *begin_ = nullptr;
+   char *end_ = nullptr;
+   char *limit_ = nullptr;
+};
 
 class BlockOutput {
 public:
@@ -20,7 +89,7 @@ public:
    BlockOutput &operator=(const BlockOutput &) = delete;
    ~BlockOutput() { Flush(); }
 
-   std::string &Buffer() { return buffer_; }
+   LineBuffer &Buffer() { return buffer_; }
    // Writes the buffer out once it holds a block's worth.
    void LineDone() {
       if (buffer_.size() >= kBlock) {
@@ -34,17 +103,17 @@ public:
 
 private:
    static constexpr std::size_t kBlock = 64 * 1024;
-   std::string buffer_;
+   LineBuffer buffer_;
 };
 
-inline void AppendBlanks(std::string &line, long count) {
+inline void AppendBlanks(LineBuffer &line, long count) {
    if (count > 0) {
       line.append(static_cast<std::size_t>(count), ' ');
    }
 }
 
 // text padded with blanks to width characters ("%-*s").
-inline void AppendLeft(std::string &line, std::string_view text, long width) {
+inline void AppendLeft(LineBuffer &line, std::string_view text, long width) {
    line += text;
    AppendBlanks(line, width - static_cast<long>(text.size()));
 }
@@ -52,7 +121,7 @@ inline void AppendLeft(std::string &line, std::string_view text, long width) {
 // "%d", "%u" or "%lu" of value, right-aligned in width characters, or with
 // left true left-aligned ("%-*d").
 template <typename Integer>
-void AppendNumber(std::string &line, Integer value, long width = 0, bool left = false) {
+void AppendNumber(LineBuffer &line, Integer value, long width = 0, bool left = false) {
    char digits[24];
    const auto end = std::to_chars(digits, digits + sizeof digits, value).ptr;
    const long length = end - digits;

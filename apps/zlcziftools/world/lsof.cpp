@@ -35,7 +35,7 @@ struct Lister {
    std::optional<std::string_view> filter;
    ZIF_ParamList *query = nullptr;
    // The cartel's columns, "%-10d  %-20s  ", the same on each of its lines.
-   std::string cartelColumns;
+   world::LineBuffer cartelColumns;
    world::BlockOutput &output;
    // Room for the records, made once: each is a few KiB, zeroed when made.
    rec::world_name nameRecord;
@@ -59,9 +59,9 @@ struct Lister {
    bool Passes(std::string_view text) const { return !filter || text.find(*filter) != std::string_view::npos; }
 
    // The columns of a line up to the description, as "%-10d  %-20s  %-20s   %6d   ".
-   std::string &StartLine(std::string_view type, std::int32_t descriptor) const {
-      std::string &line = output.Buffer();
-      line += cartelColumns;
+   world::LineBuffer &StartLine(std::string_view type, std::int32_t descriptor) const {
+      world::LineBuffer &line = output.Buffer();
+      line += cartelColumns.View();
       world::AppendLeft(line, type, 20);
       line += "   ";
       world::AppendNumber(line, descriptor, 6);
@@ -70,7 +70,7 @@ struct Lister {
    }
 
    void PrintLine(std::string_view type, std::int32_t descriptor, std::string_view description) const {
-      std::string &line = StartLine(type, descriptor);
+      world::LineBuffer &line = StartLine(type, descriptor);
       line += description;
       line += '\n';
       output.LineDone();
@@ -115,7 +115,7 @@ struct Lister {
          if (sysinfo::GetRecord(mappingRecord, query) == 0 && mappingRecord.kind() == kListedMappingKind &&
              Passes(mappingRecord.name())) {
             const std::uint32_t prot = mappingRecord.prot();
-            std::string &line = StartLine("MMAP", mappingRecord.fd());
+            world::LineBuffer &line = StartLine("MMAP", mappingRecord.fd());
             line += mappingRecord.name();
             line += " (prot:";
             line += (prot & mappingRecord.prot_read) != 0 ? 'R' : '-';

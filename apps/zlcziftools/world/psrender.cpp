@@ -30,7 +30,7 @@ struct CellContext {
 
 // Appends an entry's cell after its separator; false when the entry has no
 // such cell (nothing of it is printed then, not even the separator).
-using CellFunction = bool (*)(std::string &line, const WorldEntry &entry, const CellContext &context);
+using CellFunction = bool (*)(LineBuffer &line, const WorldEntry &entry, const CellContext &context);
 
 // Which entries have the column's cell, and in which layouts it is shown.
 enum Entries : std::uint8_t { kZombiesToo, kLiveOnly };
@@ -85,11 +85,11 @@ const TypeName *FindTypeName(std::uint32_t bit) {
 }
 
 // Pads what was appended since start with blanks to width characters.
-void PadFrom(std::string &line, std::size_t start, long width) {
+void PadFrom(LineBuffer &line, std::size_t start, long width) {
    AppendBlanks(line, width - static_cast<long>(line.size() - start));
 }
 
-void AppendDrawing(std::string &line, char letter) {
+void AppendDrawing(LineBuffer &line, char letter) {
    line += kShiftOut;
    line += letter;
    line += kShiftIn;
@@ -108,12 +108,12 @@ bool IsKernelWorld(const WorldEntry &entry) {
 
 // The cells, in column order.
 
-bool WidCell(std::string &line, const WorldEntry &entry, const CellContext &) {
+bool WidCell(LineBuffer &line, const WorldEntry &entry, const CellContext &) {
    AppendNumber(line, static_cast<std::int32_t>(entry.info.worldId));
    return true;
 }
 
-bool CidCell(std::string &line, const WorldEntry &entry, const CellContext &context) {
+bool CidCell(LineBuffer &line, const WorldEntry &entry, const CellContext &context) {
    AppendNumber(line, static_cast<std::int32_t>(entry.info.cartelId));
    if (entry.info.cartelId == 0) {
       AppendBlanks(line, context.idWidth - 1);
@@ -121,34 +121,34 @@ bool CidCell(std::string &line, const WorldEntry &entry, const CellContext &cont
    return true;
 }
 
-bool NameCell(std::string &line, const WorldEntry &entry, const CellContext &context) {
+bool NameCell(LineBuffer &line, const WorldEntry &entry, const CellContext &context) {
    line += entry.zombie ? std::string_view("<zombie>") : context.texts.View(entry.name);
    return true;
 }
 
-bool NChildrenCell(std::string &line, const WorldEntry &entry, const CellContext &) {
+bool NChildrenCell(LineBuffer &line, const WorldEntry &entry, const CellContext &) {
    AppendNumber(line, entry.nChildren);
    return true;
 }
 
-bool NThreadsCell(std::string &line, const WorldEntry &entry, const CellContext &) {
+bool NThreadsCell(LineBuffer &line, const WorldEntry &entry, const CellContext &) {
    AppendNumber(line, entry.nThreads);
    return true;
 }
 
-bool GidCell(std::string &line, const WorldEntry &entry, const CellContext &) {
+bool GidCell(LineBuffer &line, const WorldEntry &entry, const CellContext &) {
    AppendNumber(line, static_cast<std::int32_t>(entry.info.groupId));
    return true;
 }
 
 // A kernel world shows 0, padded to the ID width with its separator.
-bool KernelZero(std::string &line, const CellContext &context) {
+bool KernelZero(LineBuffer &line, const CellContext &context) {
    line += '0';
    AppendBlanks(line, context.idWidth - 3);
    return true;
 }
 
-bool PgidCell(std::string &line, const WorldEntry &entry, const CellContext &context) {
+bool PgidCell(LineBuffer &line, const WorldEntry &entry, const CellContext &context) {
    if (IsKernelWorld(entry)) {
       return KernelZero(line, context);
    }
@@ -156,7 +156,7 @@ bool PgidCell(std::string &line, const WorldEntry &entry, const CellContext &con
    return true;
 }
 
-bool SidCell(std::string &line, const WorldEntry &entry, const CellContext &context) {
+bool SidCell(LineBuffer &line, const WorldEntry &entry, const CellContext &context) {
    if (IsKernelWorld(entry)) {
       return KernelZero(line, context);
    }
@@ -164,19 +164,19 @@ bool SidCell(std::string &line, const WorldEntry &entry, const CellContext &cont
    return true;
 }
 
-bool PcidCell(std::string &line, const WorldEntry &entry, const CellContext &) {
+bool PcidCell(LineBuffer &line, const WorldEntry &entry, const CellContext &) {
    AppendNumber(line, static_cast<std::int32_t>(entry.info.parentId));
    return true;
 }
 
-bool TypeCell(std::string &line, const WorldEntry &entry, const CellContext &context) {
+bool TypeCell(LineBuffer &line, const WorldEntry &entry, const CellContext &context) {
    AppendTypeCell(line, entry.info.typeFlags, context.verbose);
    return true;
 }
 
 // Run and wait state cut and padded to 6, the affinity padded to 4; blanks
 // for a zombie or a world whose scheduler records could not be read.
-bool StateCell(std::string &line, const WorldEntry &entry, const CellContext &context) {
+bool StateCell(LineBuffer &line, const WorldEntry &entry, const CellContext &context) {
    if (entry.zombie || !entry.schedValid) {
       line.append(16, ' ');
       return true;
@@ -194,7 +194,7 @@ bool StateCell(std::string &line, const WorldEntry &entry, const CellContext &co
 }
 
 // Seconds and microseconds of the used time, as "%5lu.%-6lu".
-bool TimeCell(std::string &line, const WorldEntry &entry, const CellContext &) {
+bool TimeCell(LineBuffer &line, const WorldEntry &entry, const CellContext &) {
    if (!entry.schedValid) {
       return false;
    }
@@ -206,17 +206,17 @@ bool TimeCell(std::string &line, const WorldEntry &entry, const CellContext &) {
    return true;
 }
 
-bool SecurityDomainCell(std::string &line, const WorldEntry &entry, const CellContext &) {
+bool SecurityDomainCell(LineBuffer &line, const WorldEntry &entry, const CellContext &) {
    AppendNumber(line, static_cast<std::int32_t>(entry.info.securityDomain));
    return true;
 }
 
-bool UserspaceCell(std::string &line, const WorldEntry &entry, const CellContext &) {
+bool UserspaceCell(LineBuffer &line, const WorldEntry &entry, const CellContext &) {
    AppendNumber(line, static_cast<std::int32_t>(entry.info.userspaceId));
    return true;
 }
 
-bool CommandCell(std::string &line, const WorldEntry &entry, const CellContext &context) {
+bool CommandCell(LineBuffer &line, const WorldEntry &entry, const CellContext &context) {
    if (entry.info.cartelId == 0) {
       return false;
    }
@@ -248,7 +248,7 @@ constexpr PsColumn kColumns[] = {
 
 // An ancestor's column of a tree prefix: a vertical bar while siblings of it
 // are still to be printed.
-void AppendColumn(std::string &line, const WorldEntry &itsParent) {
+void AppendColumn(LineBuffer &line, const WorldEntry &itsParent) {
    if (itsParent.nChildren > 1 && itsParent.printedChildren != itsParent.nChildren) {
       AppendDrawing(line, kVerticalBar);
       line += ' ';
@@ -259,7 +259,7 @@ void AppendColumn(std::string &line, const WorldEntry &itsParent) {
 
 // The columns of a chain of ancestors, from the top of the tree down to from:
 // the topmost ancestor contributes nothing.
-void AppendChainColumns(std::string &line, std::span<const WorldEntry> flat, EntryRef from,
+void AppendChainColumns(LineBuffer &line, std::span<const WorldEntry> flat, EntryRef from,
                         std::vector<EntryRef> &ancestors) {
    ancestors.clear();
    for (EntryRef ref = from; ref != kNone; ref = flat[static_cast<std::size_t>(ref)].parent) {
@@ -285,7 +285,7 @@ std::string_view WaitStateName(std::uint32_t state) {
    return StateName(CpuSched_WaitStateElements, CpuSched_NumWaitStates, state);
 }
 
-void AppendTypeCell(std::string &line, std::uint32_t typeFlags, bool verbose) {
+void AppendTypeCell(LineBuffer &line, std::uint32_t typeFlags, bool verbose) {
    int letters = 0;
    if (typeFlags == 0) {
       line += "Invalid";
@@ -371,7 +371,7 @@ PsLayout::PsLayout(const PsState &state, const TextStore &texts)
    }
 }
 
-void PsLayout::AppendHeader(std::string &line) const {
+void PsLayout::AppendHeader(LineBuffer &line) const {
    // Rows of the tree layout start after a two-character branch.
    if (tree_) {
       line += "  ";
@@ -388,7 +388,7 @@ void PsLayout::AppendHeader(std::string &line) const {
    line += '\n';
 }
 
-void PsLayout::AppendRow(std::string &line, const WorldEntry &entry) const {
+void PsLayout::AppendRow(LineBuffer &line, const WorldEntry &entry) const {
    const CellContext context{texts_, idWidth_, verbose_};
    for (const Shown &shown : shown_) {
       const PsColumn &column = kColumns[shown.column];
@@ -413,8 +413,8 @@ void PsLayout::AppendRow(std::string &line, const WorldEntry &entry) const {
 // its whole tree), so the walk keeps the columns of the path it is on, and
 // those of root's own ancestors, rather than climbing the tree for every row.
 void PrintTree(PsState &state, const PsLayout &layout, std::span<WorldEntry> flat, EntryRef root, BlockOutput &output) {
-   std::string &line = output.Buffer();
-   std::string columns;              // the prefix of the entries one below the path's end
+   LineBuffer &line = output.Buffer();
+   LineBuffer columns;               // the prefix of the entries one below the path's end
    std::vector<std::size_t> ends;    // ends[depth]: where the columns end below an entry at depth
    std::vector<EntryRef> ancestors;  // scratch for root's own ancestors
    ForEachInTreeOrder(flat, root, [&](EntryRef ref, std::int32_t depth) {
@@ -433,7 +433,7 @@ void PrintTree(PsState &state, const PsLayout &layout, std::span<WorldEntry> fla
       } else {
          columns.resize(ends[level - 1]);
          line += "  ";
-         line += columns;
+         line += columns.View();
       }
       AppendDrawing(line, entry.nextSibling != kNone ? kTee : kCorner);
       AppendDrawing(line, kHorizontalBar);

@@ -19,7 +19,7 @@ namespace world {
 int IdColumnWidth(std::uint32_t largestWorldId);
 
 // The type cell: letters (or words when verbose) of the type flag bits.
-void AppendTypeCell(std::string &line, std::uint32_t typeFlags, bool verbose);
+void AppendTypeCell(LineBuffer &line, std::uint32_t typeFlags, bool verbose);
 
 // The name of a scheduler run or wait state; a fixed placeholder for numbers
 // beyond the library's tables.
@@ -44,8 +44,8 @@ public:
    PsLayout(const PsState &state, const TextStore &texts);
 
    // The header line and one row, each ending with a newline.
-   void AppendHeader(std::string &line) const;
-   void AppendRow(std::string &line, const WorldEntry &entry) const;
+   void AppendHeader(LineBuffer &line) const;
+   void AppendRow(LineBuffer &line, const WorldEntry &entry) const;
 
 private:
    struct Shown {

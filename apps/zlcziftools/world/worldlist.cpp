@@ -290,7 +290,7 @@ void PrintTreeListing(PsState &state, Collection &collection, const UserspaceRoo
    LinkTree(flat);
    const PsLayout layout(state, collection.texts);
    BlockOutput output;
-   std::string &text = output.Buffer();
+   LineBuffer &text = output.Buffer();
    text += "\x1b)0\n";
    for (std::size_t slot = 0; slot < roots.size(); ++slot) {
       if (roots[slot] == kNone || (state.requestedUserspace != 0 && state.requestedUserspace != slot + 1)) {
@@ -315,7 +315,7 @@ void PrintTreeListing(PsState &state, Collection &collection, const UserspaceRoo
 void PrintFlatListing(const PsState &state, const Collection &collection, const UserspaceRoots &roots) {
    const PsLayout layout(state, collection.texts);
    BlockOutput output;
-   std::string &text = output.Buffer();
+   LineBuffer &text = output.Buffer();
    layout.AppendHeader(text);
    for (const WorldEntry &entry : collection.worlds.Span()) {
       if ((state.Has(kOnlyUserworlds) && entry.info.cartelId == 0) ||

@@ -141,9 +141,9 @@ TEST(TextStore, TextsSurviveTheStoreGrowingByRemapping) {
 }
 
 std::string TypeCell(std::uint32_t type, bool verbose) {
-   std::string cell;
+   world::LineBuffer cell;
    world::AppendTypeCell(cell, type, verbose);
-   return cell;
+   return std::string(cell.View());
 }
 
 TEST(TypeCell, LettersPaddedToSixAndWordsWithCommas) {
