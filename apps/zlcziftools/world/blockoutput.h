@@ -48,8 +48,8 @@ public:
       std::memset(end_, c, count);
       end_ += count;
    }
-   // Drops the text from size on; size is at most size().
-   void resize(std::size_t size) { end_ = begin_ + size; }
+   // Drops the text from size on (a larger size changes nothing).
+   void resize(std::size_t size) { end_ = begin_ + std::min(size, this->size()); }
    void clear() { end_ = begin_; }
 
    std::size_t size() const { return static_cast<std::size_t>(end_ - begin_); }

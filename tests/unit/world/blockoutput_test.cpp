@@ -22,6 +22,7 @@ TEST(LineBuffer, HoldsWhatAStringWouldAcrossGrowths) {
    }
    ASSERT_EQ(line.View(), expected);
    line.resize(10);
+   line.resize(1000);
    line += "|end";
    EXPECT_EQ(line.View(), expected.substr(0, 10) + "|end");
    line.clear();
