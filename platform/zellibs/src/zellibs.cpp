@@ -58,7 +58,8 @@ struct ZIF_ParamList {
    }
    bool inBlock(const ZIF_Param *p) const { return within(p, block.get(), blockSize); }
    void freeText(ZIF_Param *p) const {
-      if (!within<char>(p->text, texts.get(), textsSize)) {
+      // Most parameters are integers: no text, and no call to free.
+      if (p->text != nullptr && !within<char>(p->text, texts.get(), textsSize)) {
          std::free(p->text);
       }
       p->text = nullptr;
