@@ -369,10 +369,6 @@ std::span<const uint8_t> Reader::entryKey(const IndexEntry &e) const {
    return section(SectionId::Keys).subspan(e.keyOffset, e.keyLength);
 }
 
-uint32_t Reader::entryStatus(size_t i) const {
-   return getU32(section(SectionId::Index).data() + i * kIndexEntrySize + indexField::kStatus);
-}
-
 Reader::Group &Reader::groupById(EntryKind kind, uint32_t nameId) const {
    const uint64_t id = indexGroup(kind, nameId);
    if (auto it = groups_.find(id); it != groups_.end()) {

@@ -291,7 +291,6 @@ public:
    // through memory stalls every call on its way back.
    static constexpr size_t kNotFound = SIZE_MAX;
    size_t find(Group &group, std::string_view key) const;
-   uint32_t entryStatus(size_t i) const;
    // The entry of key in group: ZLC_NO_SUCH_NODE without one, the status an
    // entry holds in place of its payload, else ZLC_OK and its payload.
    ZLC_ReturnStatus read(Group &group, std::string_view key, std::span<const uint8_t> &out) const;
