@@ -7,6 +7,23 @@
 namespace zif {
 namespace {
 
+// Zeroes bytes in pieces just under 2 KiB. glibc fills 2 KiB and more with
+// `rep stosb`, which the AMD hosts these tools are measured on run at half the
+// speed of the vector stores it uses below that: the tail of a 4 KiB affinity
+// record took 117 ns whole and 58 ns in two pieces.
+void zeroFill(uint8_t *bytes, size_t count) {
+   constexpr size_t kPiece = 2047;
+   while (count != 0) {
+      size_t piece = std::min(count, kPiece);
+      // Hidden from the optimiser: a size with a known bound gets the
+      // compiler's own `rep stos` in place of the call.
+      asm("" : "+r"(piece));
+      std::memset(bytes, 0, piece);
+      bytes += piece;
+      count -= piece;
+   }
+}
+
 // A stored record into a caller's buffer: as much as fits, the rest zeroed (a
 // record is stored without its trailing zero bytes).
 void copyRecord(std::span<const uint8_t> stored, std::span<uint8_t> buffer) {
@@ -14,7 +31,7 @@ void copyRecord(std::span<const uint8_t> stored, std::span<uint8_t> buffer) {
    if (n) {
       std::memcpy(buffer.data(), stored.data(), n);
    }
-   std::fill(buffer.begin() + static_cast<ptrdiff_t>(n), buffer.end(), 0);
+   zeroFill(buffer.data() + n, buffer.size() - n);
 }
 
 }  // namespace
