@@ -533,11 +533,6 @@ ZLC_ReturnStatus Reader::read(Group &group, std::string_view key, std::span<cons
    if (uint32_t status = getU32(p + indexField::kStatus); status != 0) {
       return status;
    }
-   // A payload verified before, in view: the usual case, without a call.
-   if (!data_.empty() && (verified_[i / 64] & (uint64_t{1} << (i % 64)))) {
-      out = data_.subspan(getU64(p + indexField::kDataOffset), getU32(p + indexField::kDataLength));
-      return ZLC_OK;
-   }
    return payload(i, out);
 }
 

@@ -58,12 +58,7 @@ ZLC_ReturnStatus SnapshotBackend::lookup(EntryKind kind, std::string_view node, 
 
 ZLC_ReturnStatus SnapshotBackend::lookup(EntryKind kind, std::string_view node, std::string_view key,
                                          std::span<const uint8_t> &payload) {
-   return lookup(reader_.group(kind, node), key, payload);
-}
-
-ZLC_ReturnStatus SnapshotBackend::lookup(Reader::Group &group, std::string_view key,
-                                         std::span<const uint8_t> &payload) {
-   return reader_.read(group, key, payload);
+   return reader_.read(reader_.group(kind, node), key, payload);
 }
 
 Reader::Group &SnapshotBackend::groupOf(EntryKind kind, const NodeRef &node) {
@@ -88,7 +83,7 @@ ZLC_ReturnStatus SnapshotBackend::listInstances(std::string_view node, const Key
 
 ZLC_ReturnStatus SnapshotBackend::listInstancesEncoded(const NodeRef &node, std::string_view parent,
                                                        std::span<const uint8_t> &out) {
-   return lookup(groupOf(EntryKind::List, node), parent, out);
+   return reader_.read(groupOf(EntryKind::List, node), parent, out);
 }
 
 ZLC_ReturnStatus SnapshotBackend::getRecord(std::string_view node, const Keys &keys, std::span<uint8_t> buffer) {
@@ -103,7 +98,7 @@ ZLC_ReturnStatus SnapshotBackend::getRecord(std::string_view node, const Keys &k
 ZLC_ReturnStatus SnapshotBackend::getRecordEncoded(const NodeRef &node, std::string_view key,
                                                    std::span<uint8_t> buffer) {
    std::span<const uint8_t> payload;
-   ZLC_ReturnStatus s = lookup(groupOf(EntryKind::Record, node), key, payload);
+   ZLC_ReturnStatus s = reader_.read(groupOf(EntryKind::Record, node), key, payload);
    if (s == ZLC_OK) {
       copyRecord(payload, buffer);
    }

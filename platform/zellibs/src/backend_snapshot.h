@@ -31,7 +31,6 @@ protected:
    ZLC_ReturnStatus lookup(EntryKind kind, std::string_view node, const Keys &keys, std::span<const uint8_t> &payload);
    ZLC_ReturnStatus lookup(EntryKind kind, std::string_view node, std::string_view key,
                            std::span<const uint8_t> &payload);
-   ZLC_ReturnStatus lookup(Reader::Group &group, std::string_view key, std::span<const uint8_t> &payload);
    // The reader's group of a node's records or lists, found once per load.
    Reader::Group &groupOf(EntryKind kind, const NodeRef &node);
 
